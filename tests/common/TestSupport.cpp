@@ -1,0 +1,405 @@
+#include "tests/common/TestSupport.h"
+
+#include "support/Handles.h"
+#include "support/LogDLL.h"
+
+#include <atomic>
+#include <fstream>
+#include <map>
+#include <sstream>
+
+namespace testing_support {
+
+std::wstring ProgramFolder()
+{
+    std::vector<wchar_t> buffer(32768);
+    const DWORD length = GetModuleFileNameW(nullptr, buffer.data(), 32768);
+    std::wstring path(buffer.data(), length);
+    return path.substr(0, path.rfind(L'\\'));
+}
+
+std::wstring DoublesFolder()
+{
+    const std::wstring bin = ProgramFolder();
+    return bin.substr(0, bin.rfind(L'\\')) + L"\\doubles";
+}
+
+std::wstring JoinPath(const std::wstring& folder, const std::wstring& name)
+{
+    if (!folder.empty() && folder.back() == L'\\') {
+        return folder + name;
+    }
+    return folder + L"\\" + name;
+}
+
+std::wstring UniqueName(const std::wstring& stem)
+{
+    static std::atomic<unsigned> counter{0};
+    return stem + L"-" + std::to_wstring(GetCurrentProcessId()) + L"-" +
+           std::to_wstring(GetTickCount()) + L"-" + std::to_wstring(++counter);
+}
+
+TempDir::TempDir()
+{
+    wchar_t temp[MAX_PATH + 1];
+    const DWORD length = GetTempPathW(MAX_PATH + 1, temp);
+    m_path = JoinPath(std::wstring(temp, length), UniqueName(L"mgtest"));
+    CreateDirectoryW(m_path.c_str(), nullptr);
+}
+
+TempDir::~TempDir()
+{
+    RemoveTree(m_path);
+}
+
+void RemoveTree(const std::wstring& path)
+{
+    const DWORD attributes = GetFileAttributesW(path.c_str());
+    if (attributes == INVALID_FILE_ATTRIBUTES) {
+        return;
+    }
+    SetFileAttributesW(path.c_str(), FILE_ATTRIBUTE_NORMAL);
+    if (!(attributes & FILE_ATTRIBUTE_DIRECTORY)) {
+        DeleteFileW(path.c_str());
+        return;
+    }
+    WIN32_FIND_DATAW data;
+    HANDLE find = FindFirstFileW(JoinPath(path, L"*").c_str(), &data);
+    if (find != INVALID_HANDLE_VALUE) {
+        do {
+            const std::wstring name = data.cFileName;
+            if (name != L"." && name != L"..") {
+                RemoveTree(JoinPath(path, name));
+            }
+        } while (FindNextFileW(find, &data));
+        FindClose(find);
+    }
+    RemoveDirectoryW(path.c_str());
+}
+
+ScratchKey::ScratchKey(HKEY root, const std::wstring& subKey) : m_root(root), m_subKey(subKey)
+{
+    DeleteTree(m_root, m_subKey);
+}
+
+ScratchKey::~ScratchKey()
+{
+    DeleteTree(m_root, m_subKey);
+}
+
+bool KeyExists(HKEY root, const std::wstring& subKey)
+{
+    HKEY key = nullptr;
+    if (RegOpenKeyExW(root, subKey.c_str(), 0, KEY_READ, &key) != ERROR_SUCCESS) {
+        return false;
+    }
+    RegCloseKey(key);
+    return true;
+}
+
+void CreateKey(HKEY root, const std::wstring& subKey)
+{
+    HKEY key = nullptr;
+    if (RegCreateKeyExW(root, subKey.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &key,
+                        nullptr) == ERROR_SUCCESS) {
+        RegCloseKey(key);
+    }
+}
+
+void DeleteTree(HKEY root, const std::wstring& subKey)
+{
+    RegDeleteTreeW(root, subKey.c_str());
+    RegDeleteKeyW(root, subKey.c_str());
+}
+
+namespace {
+
+void SetRaw(HKEY root, const std::wstring& subKey, const std::wstring& name, DWORD type,
+            const void* data, DWORD size)
+{
+    HKEY key = nullptr;
+    if (RegCreateKeyExW(root, subKey.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &key,
+                        nullptr) != ERROR_SUCCESS) {
+        return;
+    }
+    RegSetValueExW(key, name.c_str(), 0, type, static_cast<const BYTE*>(data), size);
+    RegCloseKey(key);
+}
+
+} // namespace
+
+void SetString(HKEY root, const std::wstring& subKey, const std::wstring& name,
+               const std::wstring& data, DWORD type)
+{
+    SetRaw(root, subKey, name, type, data.c_str(),
+           static_cast<DWORD>((data.size() + 1) * sizeof(wchar_t)));
+}
+
+void SetBinary(HKEY root, const std::wstring& subKey, const std::wstring& name,
+               const std::vector<std::uint8_t>& data)
+{
+    SetRaw(root, subKey, name, REG_BINARY, data.data(), static_cast<DWORD>(data.size()));
+}
+
+void SetDword(HKEY root, const std::wstring& subKey, const std::wstring& name, DWORD data)
+{
+    SetRaw(root, subKey, name, REG_DWORD, &data, sizeof data);
+}
+
+std::optional<RegValue> ReadValue(HKEY root, const std::wstring& subKey, const std::wstring& name)
+{
+    HKEY key = nullptr;
+    if (RegOpenKeyExW(root, subKey.c_str(), 0, KEY_QUERY_VALUE, &key) != ERROR_SUCCESS) {
+        return std::nullopt;
+    }
+    RegValue value;
+    DWORD size = 0;
+    LSTATUS status = RegQueryValueExW(key, name.c_str(), nullptr, &value.type, nullptr, &size);
+    if (status == ERROR_SUCCESS) {
+        value.data.resize(size);
+        status = RegQueryValueExW(key, name.c_str(), nullptr, &value.type, value.data.data(), &size);
+        value.data.resize(size);
+    }
+    RegCloseKey(key);
+    if (status != ERROR_SUCCESS) {
+        return std::nullopt;
+    }
+    return value;
+}
+
+std::optional<std::wstring> ReadString(HKEY root, const std::wstring& subKey,
+                                       const std::wstring& name)
+{
+    auto value = ReadValue(root, subKey, name);
+    if (!value || (value->type != REG_SZ && value->type != REG_EXPAND_SZ)) {
+        return std::nullopt;
+    }
+    std::wstring text(reinterpret_cast<const wchar_t*>(value->data.data()),
+                      value->data.size() / sizeof(wchar_t));
+    while (!text.empty() && text.back() == L'\0') {
+        text.pop_back();
+    }
+    return text;
+}
+
+bool FileExists(const std::wstring& path)
+{
+    return GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES;
+}
+
+std::optional<std::string> ReadFileBytes(const std::wstring& path)
+{
+    std::ifstream in(path.c_str(), std::ios::binary);
+    if (!in) {
+        return std::nullopt;
+    }
+    std::ostringstream content;
+    content << in.rdbuf();
+    return content.str();
+}
+
+void WriteFileBytes(const std::wstring& path, const std::string& bytes)
+{
+    std::ofstream out(path.c_str(), std::ios::binary | std::ios::trunc);
+    out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+}
+
+namespace {
+
+// The inherited environment with the given NAME=VALUE entries added or replaced.
+std::vector<wchar_t> BuildEnvironment(const std::vector<std::wstring>& extra)
+{
+    std::map<std::wstring, std::wstring, bool (*)(const std::wstring&, const std::wstring&)> entries(
+        [](const std::wstring& a, const std::wstring& b) { return _wcsicmp(a.c_str(), b.c_str()) < 0; });
+    auto add = [&](const std::wstring& entry) {
+        const size_t equals = entry.find(L'=', 1);
+        if (equals != std::wstring::npos) {
+            entries[entry.substr(0, equals)] = entry.substr(equals + 1);
+        }
+    };
+    wchar_t* block = GetEnvironmentStringsW();
+    for (const wchar_t* entry = block; *entry; entry += wcslen(entry) + 1) {
+        add(entry);
+    }
+    FreeEnvironmentStringsW(block);
+    for (const auto& entry : extra) {
+        add(entry);
+    }
+    std::vector<wchar_t> result;
+    for (const auto& [name, value] : entries) {
+        const std::wstring entry = name + L"=" + value;
+        result.insert(result.end(), entry.begin(), entry.end());
+        result.push_back(L'\0');
+    }
+    result.push_back(L'\0');
+    return result;
+}
+
+} // namespace
+
+std::optional<DWORD> RunChild(const std::wstring& commandLine, const ChildOptions& options)
+{
+    support::UniqueHandle job(CreateJobObjectW(nullptr, nullptr));
+    if (!job) {
+        return std::nullopt;
+    }
+    JOBOBJECT_EXTENDED_LIMIT_INFORMATION limits{};
+    limits.BasicLimitInformation.LimitFlags = JOB_OBJECT_LIMIT_KILL_ON_JOB_CLOSE;
+    SetInformationJobObject(job.get(), JobObjectExtendedLimitInformation, &limits, sizeof limits);
+
+    std::vector<wchar_t> writable(commandLine.begin(), commandLine.end());
+    writable.push_back(L'\0');
+    std::vector<wchar_t> environment = BuildEnvironment(options.environment);
+    STARTUPINFOW startup{};
+    startup.cb = sizeof startup;
+    PROCESS_INFORMATION process{};
+    if (!CreateProcessW(nullptr, writable.data(), nullptr, nullptr, FALSE,
+                        CREATE_SUSPENDED | CREATE_UNICODE_ENVIRONMENT, environment.data(),
+                        options.currentFolder.empty() ? nullptr : options.currentFolder.c_str(),
+                        &startup, &process)) {
+        return std::nullopt;
+    }
+    support::UniqueHandle processHandle(process.hProcess);
+    support::UniqueHandle threadHandle(process.hThread);
+    AssignProcessToJobObject(job.get(), process.hProcess);
+    ResumeThread(process.hThread);
+
+    if (WaitForSingleObject(process.hProcess, options.timeoutMs) != WAIT_OBJECT_0) {
+        TerminateJobObject(job.get(), 0xDEAD);
+        return std::nullopt;
+    }
+    if (options.waitForDescendants) {
+        const DWORD deadline = GetTickCount() + options.timeoutMs;
+        for (;;) {
+            JOBOBJECT_BASIC_ACCOUNTING_INFORMATION accounting{};
+            QueryInformationJobObject(job.get(), JobObjectBasicAccountingInformation, &accounting,
+                                      sizeof accounting, nullptr);
+            if (accounting.ActiveProcesses == 0) {
+                break;
+            }
+            if (static_cast<LONG>(GetTickCount() - deadline) > 0) {
+                TerminateJobObject(job.get(), 0xDEAD);
+                return std::nullopt;
+            }
+            Sleep(20);
+        }
+    }
+    DWORD exitCode = 0;
+    GetExitCodeProcess(process.hProcess, &exitCode);
+    return exitCode;
+}
+
+ScopedEnvironment::ScopedEnvironment(const std::wstring& name, const std::wstring& value)
+    : m_name(name)
+{
+    std::vector<wchar_t> buffer(32768);
+    const DWORD length = GetEnvironmentVariableW(name.c_str(), buffer.data(), 32768);
+    if (length > 0 && length < 32768) {
+        m_previous = std::wstring(buffer.data(), length);
+    }
+    SetEnvironmentVariableW(name.c_str(), value.c_str());
+}
+
+ScopedEnvironment::~ScopedEnvironment()
+{
+    SetEnvironmentVariableW(m_name.c_str(), m_previous ? m_previous->c_str() : nullptr);
+}
+
+std::vector<LogLine> ReadLog(const std::wstring& path)
+{
+    std::vector<LogLine> lines;
+    auto bytes = ReadFileBytes(path);
+    if (!bytes) {
+        return lines;
+    }
+    std::istringstream in(*bytes);
+    std::string text;
+    while (std::getline(in, text)) {
+        // "<date> <time> <level> <pid>.<tid> |<indent><function>: <message>"
+        const size_t bar = text.find(" |");
+        if (bar == std::string::npos) {
+            continue;
+        }
+        LogLine line;
+        std::istringstream head(text.substr(0, bar));
+        std::string date, time, ids;
+        head >> date >> time >> line.level >> ids;
+        size_t position = bar + 2;
+        while (text.compare(position, 2, "  ") == 0) {
+            ++line.depth;
+            position += 2;
+        }
+        const size_t colon = text.find(": ", position);
+        if (colon == std::string::npos) {
+            continue;
+        }
+        line.function = text.substr(position, colon - position);
+        line.message = text.substr(colon + 2);
+        lines.push_back(line);
+    }
+    return lines;
+}
+
+size_t CountMessages(const std::vector<LogLine>& lines, const std::string& text, bool partial)
+{
+    size_t count = 0;
+    for (const auto& line : lines) {
+        if (partial ? line.message.find(text) != std::string::npos : line.message == text) {
+            ++count;
+        }
+    }
+    return count;
+}
+
+struct LogCapture::Hold {
+    logging::LogHold hold;
+};
+
+LogCapture::LogCapture()
+    : m_path(m_dir / L"test.log"), m_environment(L"QMTRACE_LOG", m_path), m_hold(new Hold)
+{
+}
+
+LogCapture::~LogCapture()
+{
+    delete m_hold;
+}
+
+std::string Utf8(const std::wstring& text)
+{
+    if (text.empty()) {
+        return {};
+    }
+    const int size = WideCharToMultiByte(CP_UTF8, 0, text.data(), static_cast<int>(text.size()),
+                                         nullptr, 0, nullptr, nullptr);
+    std::string out(static_cast<size_t>(size), '\0');
+    WideCharToMultiByte(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), out.data(), size,
+                        nullptr, nullptr);
+    return out;
+}
+
+std::wstring Wide(const std::string& utf8)
+{
+    if (utf8.empty()) {
+        return {};
+    }
+    const int size = MultiByteToWideChar(CP_UTF8, 0, utf8.data(), static_cast<int>(utf8.size()),
+                                         nullptr, 0);
+    std::wstring out(static_cast<size_t>(size), L'\0');
+    MultiByteToWideChar(CP_UTF8, 0, utf8.data(), static_cast<int>(utf8.size()), out.data(), size);
+    return out;
+}
+
+bool IsWindows8OrLater()
+{
+    OSVERSIONINFOEXW info{};
+    info.dwOSVersionInfoSize = sizeof info;
+    info.dwMajorVersion = 6;
+    info.dwMinorVersion = 2;
+    DWORDLONG mask = 0;
+    mask = VerSetConditionMask(mask, VER_MAJORVERSION, VER_GREATER_EQUAL);
+    mask = VerSetConditionMask(mask, VER_MINORVERSION, VER_GREATER_EQUAL);
+    return VerifyVersionInfoW(&info, VER_MAJORVERSION | VER_MINORVERSION, mask) != FALSE;
+}
+
+} // namespace testing_support
