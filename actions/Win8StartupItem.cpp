@@ -1,0 +1,214 @@
+#include "actions/Win8StartupItem.h"
+
+#include "actions/CommandTarget.h"
+#include "actions/HiveNames.h"
+#include "support/Handles.h"
+#include "support/LogDLL.h"
+#include "support/ScopeTrace.h"
+
+#include <cstring>
+#include <stdexcept>
+
+namespace actions {
+
+namespace {
+
+constexpr wchar_t kFolderApprovedKey[] =
+    L"Software\\Microsoft\\Windows\\CurrentVersion\\Explorer\\StartupApproved\\StartupFolder";
+constexpr wchar_t kGetFunction[] = L"GetItemRegValue";
+constexpr wchar_t kSetFunction[] = L"SetItemRegValue";
+
+bool EndsWith(const std::wstring& text, std::wstring_view tail)
+{
+    return text.size() >= tail.size() && text.compare(text.size() - tail.size(), tail.size(), tail) == 0;
+}
+
+DWORD ReadStateWord(const BYTE* data)
+{
+    DWORD state = 0;
+    std::memcpy(&state, data, sizeof state);
+    return state;
+}
+
+void WriteStateWord(BYTE* data, DWORD state)
+{
+    std::memcpy(data, &state, sizeof state);
+}
+
+// Common start of Enable and Disable: the argument dump and the value's location.
+DWORD LocateValue(const storage::StartupItem& item, const std::uint32_t& kind, const wchar_t* function,
+                  HKEY& root, std::wstring& subKey)
+{
+    QM_LOG_TRACE(function, L"%s %s", item.Path.c_str(), item.Name.c_str());
+    if (!Win8StartupItem::GetItemRegKey(item, kind, root, subKey)) {
+        QM_LOG_ERROR(function, L"GetItemRegKey failed");
+        return ERROR_GEN_FAILURE;
+    }
+    if (root == nullptr) {
+        QM_LOG_ERROR(function, L"null parent key");
+        return ERROR_GEN_FAILURE;
+    }
+    return ERROR_SUCCESS;
+}
+
+} // namespace
+
+bool Win8StartupItem::GetItemRegKey(const storage::StartupItem& item, const std::uint32_t& kind,
+                                    HKEY& root, std::wstring& subKey)
+{
+    if (kind == FolderShortcut) {
+        root = item.IsUser ? HKEY_CURRENT_USER : HKEY_LOCAL_MACHINE;
+        subKey = kFolderApprovedKey;
+        return true;
+    }
+    subKey = item.Path;
+    const size_t slash = item.Path.find(L'\\');
+    if (slash == std::wstring::npos) {
+        return false;
+    }
+    root = HiveFromName(std::wstring_view(item.Path).substr(0, slash));
+    if (root == nullptr) {
+        return false;
+    }
+    std::wstring key = item.Path.substr(slash + 1);
+    ToLowerInPlace(key);
+    if (EndsWith(key, L"\\")) {
+        // The trim aims at the position of the whole path's last character, which always lies
+        // past the end of the key: a Run key written with a final backslash is refused here.
+        const size_t position = item.Path.size() - 1;
+        if (position > key.size()) {
+            throw std::out_of_range("invalid string position");
+        }
+        key.erase(position, 1);
+    }
+    if (!EndsWith(key, L"run")) {
+        return false;  // RunOnce and every other key
+    }
+    key.resize(key.size() - 3);
+    constexpr std::wstring_view kWow64 = L"wow6432node\\";
+    const size_t wow64 = key.find(kWow64);
+    if (wow64 != std::wstring::npos) {
+        key.erase(wow64, kWow64.size());
+        key += L"explorer\\startupapproved\\run32";
+    } else {
+        key += L"explorer\\startupapproved\\run";
+    }
+    subKey = key;
+    return true;
+}
+
+DWORD Win8StartupItem::GetItemRegValue(HKEY root, const wchar_t* subKey, const wchar_t* valueName,
+                                       BYTE* data, DWORD& length)
+{
+    if (subKey == nullptr || valueName == nullptr || data == nullptr || length == 0) {
+        return ERROR_GEN_FAILURE;
+    }
+    HKEY opened = nullptr;
+    const LSTATUS openStatus = RegOpenKeyExW(root, subKey, 0, KEY_QUERY_VALUE, &opened);
+    if (openStatus != ERROR_SUCCESS) {
+        QM_LOG_ERROR(kGetFunction, L"failed open %s %s", HiveName(root), subKey);
+        return static_cast<DWORD>(openStatus);
+    }
+    support::UniqueHKey key(opened);
+    DWORD type = REG_NONE;
+    const LSTATUS status = RegQueryValueExW(key.get(), valueName, nullptr, &type, data, &length);
+    if (status == ERROR_FILE_NOT_FOUND) {
+        length = 0;  // no value yet: nothing recorded means enabled
+        return ERROR_SUCCESS;
+    }
+    if (status == ERROR_SUCCESS && type != REG_BINARY) {
+        return ERROR_GEN_FAILURE;
+    }
+    return static_cast<DWORD>(status);
+}
+
+DWORD Win8StartupItem::SetItemRegValue(HKEY root, const wchar_t* subKey, const wchar_t* valueName,
+                                       const BYTE* data, DWORD length)
+{
+    if (subKey == nullptr || valueName == nullptr || data == nullptr || length == 0) {
+        return ERROR_GEN_FAILURE;
+    }
+    HKEY opened = nullptr;
+    if (RegOpenKeyExW(root, subKey, 0, KEY_SET_VALUE, &opened) != ERROR_SUCCESS) {
+        QM_LOG_ERROR(kSetFunction, L"failed open %s %s, try create", HiveName(root), subKey);
+        const LSTATUS createStatus = RegCreateKeyExW(root, subKey, 0,
+                                                     nullptr,  // no class
+                                                     REG_OPTION_NON_VOLATILE, KEY_ALL_ACCESS,
+                                                     nullptr,  // default security
+                                                     &opened, nullptr);
+        if (createStatus != ERROR_SUCCESS) {
+            QM_LOG_ERROR(kSetFunction, L"failed create %s %s", HiveName(root), subKey);
+            return static_cast<DWORD>(createStatus);
+        }
+    }
+    support::UniqueHKey key(opened);
+    const LSTATUS status = RegSetValueExW(key.get(), valueName, 0, REG_BINARY, data, length);
+    if (status != ERROR_SUCCESS) {
+        QM_LOG_ERROR(kSetFunction, L"failed set value %s %s %s", HiveName(root), subKey, valueName);
+    }
+    return static_cast<DWORD>(status);
+}
+
+DWORD Win8StartupItem::Enable(const storage::StartupItem& item, const std::uint32_t& kind)
+{
+    logging::ScopeTrace trace(L"Win8StartupItem::Enable");
+    const wchar_t* function = trace.FunctionName();
+    HKEY root = nullptr;
+    std::wstring subKey;
+    if (const DWORD located = LocateValue(item, kind, function, root, subKey); located != ERROR_SUCCESS) {
+        return located;
+    }
+    BYTE data[kBufferBytes] = {};
+    DWORD length = kBufferBytes;
+    const DWORD read = GetItemRegValue(root, subKey.c_str(), item.Name.c_str(), data, length);
+    if (read != ERROR_SUCCESS) {
+        QM_LOG_ERROR(function, L"GetItemRegValue failed 0x%x", GetLastError());
+        return read;
+    }
+    const DWORD state = length == 0 ? 0 : ReadStateWord(data);
+    if (state == 0 || state == 2) {
+        QM_LOG_INFO(function, L"item is enabled");
+        return ERROR_SUCCESS;
+    }
+    WriteStateWord(data, state == 1 ? 0 : 2);
+    const DWORD written = SetItemRegValue(root, subKey.c_str(), item.Name.c_str(), data, length);
+    if (written != ERROR_SUCCESS) {
+        QM_LOG_ERROR(function, L"SetItemRegValue failed 0x%x", GetLastError());
+    }
+    return written;
+}
+
+DWORD Win8StartupItem::Disable(const storage::StartupItem& item, const std::uint32_t& kind)
+{
+    logging::ScopeTrace trace(L"Win8StartupItem::Disable");
+    const wchar_t* function = trace.FunctionName();
+    HKEY root = nullptr;
+    std::wstring subKey;
+    if (const DWORD located = LocateValue(item, kind, function, root, subKey); located != ERROR_SUCCESS) {
+        return located;
+    }
+    BYTE data[kBufferBytes] = {};
+    DWORD length = kBufferBytes;
+    const DWORD read = GetItemRegValue(root, subKey.c_str(), item.Name.c_str(), data, length);
+    if (read != ERROR_SUCCESS) {
+        QM_LOG_ERROR(function, L"GetItemRegValue failed 0x%x", GetLastError());
+    }
+    if (read != ERROR_SUCCESS || length == 0) {
+        // Nothing usable recorded: start from a fresh value, state word and timestamp zero.
+        std::memset(data, 0, sizeof data);
+        length = kFreshValueBytes;
+    }
+    const DWORD state = ReadStateWord(data);
+    if (state == 1 || state == 3) {
+        QM_LOG_INFO(function, L"item is disabled");
+        return ERROR_SUCCESS;
+    }
+    WriteStateWord(data, state == 0 ? 1 : 3);
+    const DWORD written = SetItemRegValue(root, subKey.c_str(), item.Name.c_str(), data, length);
+    if (written != ERROR_SUCCESS) {
+        QM_LOG_ERROR(function, L"SetItemRegValue failed 0x%x", GetLastError());
+    }
+    return written;
+}
+
+} // namespace actions
