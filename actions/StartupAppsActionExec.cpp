@@ -1,7 +1,10 @@
 #include "actions/StartupAppsActionExec.h"
 
+#include "actions/CRunKeyAppsActions.h"
+#include "actions/CStartupFolderActions.h"
 #include "actions/CWin8RunKeyAppsActions.h"
 #include "actions/CWin8StartupFolderActions.h"
+#include "actions/MicrosoftStoreAppsActions.h"
 #include "support/LogDLL.h"
 #include "support/ScopeTrace.h"
 
@@ -36,8 +39,11 @@ StartupAppsActionExec::StartupAppsActionExec()
         QM_LOG_TRACE(trace.FunctionName(), L"Windows8OrGreater");
         m_actions[StartupFolder] = std::make_unique<CWin8StartupFolderActions>();
         m_actions[RunKey] = std::make_unique<CWin8RunKeyAppsActions>();
+        m_actions[StoreApp] = std::make_unique<MicrosoftStoreAppsActions>();
     } else {
         QM_LOG_TRACE(trace.FunctionName(), L"bellow Windows8");
+        m_actions[StartupFolder] = std::make_unique<CStartupFolderActions>(L"QmBkpFolder");
+        m_actions[RunKey] = std::make_unique<CRunKeyAppsActions>();
     }
 }
 
