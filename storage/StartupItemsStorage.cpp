@@ -80,12 +80,12 @@ std::int64_t ToChangedTime(double number)
 // picojson's own parse context bounds the nesting of arrays but not of objects, so a file of
 // nested objects would recurse until the stack runs out; and a number such as 1e400 makes it
 // throw. This context behaves the same for everything else, with objects bounded like arrays
-// and non-finite numbers reported as a syntax error.
+// and a non-finite number recorded as a failure (picojson ignores what set_number returns).
 class BoundedParseContext {
 public:
-    explicit BoundedParseContext(value* out, size_t arrayDepth = picojson::DEFAULT_MAX_DEPTHS,
-                                 size_t objectDepth = picojson::DEFAULT_MAX_DEPTHS)
-        : m_out(out), m_arrayDepth(arrayDepth), m_objectDepth(objectDepth)
+    BoundedParseContext(value* out, bool* rejected, size_t arrayDepth = picojson::DEFAULT_MAX_DEPTHS,
+                        size_t objectDepth = picojson::DEFAULT_MAX_DEPTHS)
+        : m_out(out), m_rejected(rejected), m_arrayDepth(arrayDepth), m_objectDepth(objectDepth)
     {
     }
     BoundedParseContext(const BoundedParseContext&) = delete;
@@ -104,6 +104,7 @@ public:
     bool set_number(double number)
     {
         if (!std::isfinite(number)) {
+            *m_rejected = true;
             return false;
         }
         *m_out = value(number);
@@ -127,8 +128,8 @@ public:
     {
         array& elements = m_out->get<array>();
         elements.emplace_back();
-        BoundedParseContext child(&elements.back(), m_arrayDepth, m_objectDepth);
-        return picojson::_parse(child, in);
+        BoundedParseContext child(&elements.back(), m_rejected, m_arrayDepth, m_objectDepth);
+        return picojson::_parse(child, in) && !*m_rejected;
     }
     bool parse_array_stop(size_t)
     {
@@ -146,8 +147,8 @@ public:
     }
     template <typename Iter> bool parse_object_item(picojson::input<Iter>& in, const std::string& key)
     {
-        BoundedParseContext child(&m_out->get<object>()[key], m_arrayDepth, m_objectDepth);
-        return picojson::_parse(child, in);
+        BoundedParseContext child(&m_out->get<object>()[key], m_rejected, m_arrayDepth, m_objectDepth);
+        return picojson::_parse(child, in) && !*m_rejected;
     }
     bool parse_object_stop()
     {
@@ -157,18 +158,32 @@ public:
 
 private:
     value* m_out;
+    bool* m_rejected;
     size_t m_arrayDepth;
     size_t m_objectDepth;
 };
 
 // The file is read whole into memory first: parsing from a string is several times faster
 // than picojson's character-by-character reading of a stream.
+//
+// Both directions use binary streams. The text-mode translations of the C runtime change
+// nothing a reader can observe here, and cost as much as a third of the parse: on reading,
+// CR LF becomes LF and 0x1A ends the input, but CR and LF are only ever whitespace to the
+// parser, raw control bytes inside strings are syntax errors, and text after the value is
+// ignored, so every file parses to the same result either way; on writing, the compact output
+// holds no line feed to translate.
 bool ReadWholeFile(std::ifstream& in, std::string& text)
 {
-    char buffer[64 * 1024];
-    while (in.read(buffer, sizeof(buffer)) || in.gcount() > 0) {
-        text.append(buffer, static_cast<size_t>(in.gcount()));
+    in.seekg(0, std::ios::end);
+    const std::streamoff size = in.tellg();
+    in.seekg(0, std::ios::beg);
+    if (size < 0 || !in) {
+        return false;
     }
+    text.resize(static_cast<size_t>(size));
+    in.read(text.data(), size);
+    // A file that shrank meanwhile is parsed as far as it goes.
+    text.resize(static_cast<size_t>(in.gcount()));
     return !in.bad();
 }
 
@@ -180,15 +195,16 @@ bool ReadDocument(const wchar_t* path, value& document)
     if (path == nullptr) {
         return false;
     }
-    std::ifstream in(path);
+    std::ifstream in(path, std::ios::in | std::ios::binary);
     std::string text;
     if (!in.is_open() || !ReadWholeFile(in, text)) {
         return false;
     }
     std::string error;
-    BoundedParseContext context(&document);
+    bool rejected = false;
+    BoundedParseContext context(&document, &rejected);
     picojson::_parse(context, text.cbegin(), text.cend(), &error);
-    if (!error.empty() || document.is<picojson::null>()) {
+    if (rejected || !error.empty() || document.is<picojson::null>()) {
         document = value();
         return false;
     }
@@ -203,7 +219,7 @@ bool WriteDocument(const wchar_t* path, const value& document)
     }
     std::string text;
     document.serialize(std::back_inserter(text));
-    std::ofstream out(path);
+    std::ofstream out(path, std::ios::out | std::ios::trunc | std::ios::binary);
     if (!out.is_open()) {
         return false;
     }
@@ -219,7 +235,14 @@ const value* FindMember(const value& container, const char* key)
     return found == members.end() ? nullptr : &found->second;
 }
 
-const std::string* FindString(const object& fields, const char* key)
+// The item keys as strings, so that the lookups in every stored item build no temporaries.
+const std::string kCmdField = kCmdKey;
+const std::string kNameField = kNameKey;
+const std::string kPathField = kPathKey;
+const std::string kBkpPathField = kBkpPathKey;
+const std::string kChangedTimeField = kChangedTimeKey;
+
+const std::string* FindString(const object& fields, const std::string& key)
 {
     const auto found = fields.find(key);
     if (found == fields.end() || !found->second.is<std::string>()) {
@@ -286,16 +309,16 @@ bool ParseItem(const value& element, StartupItem& item)
         return false;
     }
     const object& fields = element.get<object>();
-    const std::string* cmd = FindString(fields, kCmdKey);
-    const std::string* name = FindString(fields, kNameKey);
-    const std::string* path = FindString(fields, kPathKey);
+    const std::string* cmd = FindString(fields, kCmdField);
+    const std::string* name = FindString(fields, kNameField);
+    const std::string* path = FindString(fields, kPathField);
     if (cmd == nullptr || name == nullptr || path == nullptr) {
         return false;
     }
-    if (const std::string* backup = FindString(fields, kBkpPathKey)) {
+    if (const std::string* backup = FindString(fields, kBkpPathField)) {
         item.BkpPath = FromStoredBytes(*backup);
     }
-    const auto changed = fields.find(kChangedTimeKey);
+    const auto changed = fields.find(kChangedTimeField);
     if (changed != fields.end() && changed->second.is<double>()) {
         item.ChangedTime = ToChangedTime(changed->second.get<double>());
     }
@@ -387,9 +410,9 @@ public:
             return false;
         }
         const object& fields = element.get<object>();
-        const std::string* name = FindString(fields, kNameKey);
-        const std::string* path = FindString(fields, kPathKey);
-        if (name == nullptr || path == nullptr || FindString(fields, kCmdKey) == nullptr) {
+        const std::string* name = FindString(fields, kNameField);
+        const std::string* path = FindString(fields, kPathField);
+        if (name == nullptr || path == nullptr || FindString(fields, kCmdField) == nullptr) {
             return false;
         }
         ComposeInto(m_probe, *name, *path);
