@@ -317,6 +317,11 @@ struct UnreadableCase {
     std::string afterSave;  // the file after saving one user item into "Delayed"
 };
 
+void PrintTo(const UnreadableCase& unreadable, std::ostream* out)
+{
+    *out << unreadable.name;
+}
+
 const std::string kSavedItem = R"({"BkpPath":"","ChangedTime":0,"Cmd":"c","Name":"n","Path":"p"})";
 const std::string kFreshDocument = R"({"user":{"Delayed":[)" + kSavedItem + "]}}";
 

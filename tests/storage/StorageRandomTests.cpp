@@ -80,8 +80,14 @@ private:
         case 1: return "{}";
         default: break;
         }
-        std::string text = R"({"Delayed":)" + Section(Pick(5)) + R"(,"Disabled":)" + Section(Pick(5));
+        std::string text = R"({"Delayed":)" + SectionValue() + R"(,"Disabled":)" + SectionValue();
         return text + (Chance(3) ? R"(,"Other":{"x":[1,2]}})" : "}");
+    }
+    // Now and then a section of a type the store never writes.
+    std::string SectionValue()
+    {
+        static const char* const odd[] = {"null", "5", "\"x\"", "{}", "true"};
+        return Chance(8) ? odd[Pick(std::size(odd))] : Section(Pick(5));
     }
     std::string Section(int count)
     {
