@@ -3,7 +3,9 @@
 #include "launcher/CommandLine.h"
 #include "launcher/Modes.h"
 #include "storage/StartupItemsStorage.h"
+#include "support/CrashHandler.h"
 #include "support/LogDLL.h"
+#include "support/ProductInfo.h"
 #include "support/ScopeTrace.h"
 
 #include <exception>
@@ -57,8 +59,14 @@ int RunWithLogging(const wchar_t* commandLine)
 
 int RunLauncher(const wchar_t* commandLine)
 {
+    // First of all, before logging exists; neither result changes the run.
+    support::InstallCrashHandler();
+    support::ArmTestCrash();
+
     logging::LogHold hold;  // keeps the logging library loaded for the whole run
-    return RunWithLogging(commandLine);
+    const int exitCode = RunWithLogging(commandLine);
+    support::CloseProductInfoConnection();  // while the hold is still taken
+    return exitCode;
 }
 
 } // namespace launcher
