@@ -3,14 +3,17 @@
 //
 //   startbaseline.exe <file of command lines>
 #include <windows.h>
+#include <shellapi.h>
 
 #include <fstream>
 #include <string>
 #include <vector>
 
-int wmain(int argc, wchar_t** argv)
+int WINAPI wWinMain(HINSTANCE, HINSTANCE, PWSTR, int)
 {
-    if (argc < 2) {
+    int argc = 0;
+    wchar_t** argv = CommandLineToArgvW(GetCommandLineW(), &argc);
+    if (argv == nullptr || argc < 2) {
         return 2;
     }
     std::ifstream in(argv[1]);
