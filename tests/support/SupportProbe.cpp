@@ -32,8 +32,8 @@ bool IsEarlyScenario()
     return std::wcsstr(GetCommandLineW(), L" lock early") != nullptr;
 }
 
-// An ordinary global: built after the process-wide lock and destroyed before it, so it may
-// lock it in both its constructor and its destructor.
+// A global that asks to be built as early as any global of the program may, second only to
+// the process-wide lock: it must find the lock built, and the lock must outlive it.
 struct EarlyLockUser {
     EarlyLockUser()
     {
@@ -48,7 +48,8 @@ struct EarlyLockUser {
             support::ProcessSyncRWLock().UnlockWrite(0);
         }
     }
-} g_earlyLockUser;
+};
+EarlyLockUser g_earlyLockUser __attribute__((init_priority(102)));
 
 DWORD WINAPI ReadProcessLock(void*)
 {
