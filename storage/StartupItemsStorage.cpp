@@ -8,14 +8,14 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
-#include <cstring>
 #include <cwchar>
 #include <fstream>
 #include <iterator>
 #include <limits>
+#include <new>
 #include <optional>
+#include <stdexcept>
 #include <string>
-#include <string_view>
 #include <unordered_set>
 
 namespace storage {
@@ -27,7 +27,8 @@ using picojson::object;
 using picojson::value;
 
 // The file keeps one byte per UTF-16 code unit: the low byte on the way out, and the byte
-// sign-extended on the way back. Lossy above U+007F, and other readers of the file rely on it.
+// sign-extended on the way back. Lossy above U+007F, but files already written this way have
+// to read back as they always have.
 std::string ToStoredBytes(const std::wstring& text)
 {
     std::string bytes(text.size(), '\0');
@@ -166,10 +167,10 @@ private:
 // The file is read whole into memory first: parsing from a string is several times faster
 // than picojson's character-by-character reading of a stream.
 //
-// Both directions use binary streams. The text-mode translations of the C runtime change
-// nothing a reader can observe here, and cost as much as a third of the parse: on reading,
-// CR LF becomes LF and 0x1A ends the input, but CR and LF are only ever whitespace to the
-// parser, raw control bytes inside strings are syntax errors, and text after the value is
+// Both directions use binary streams. The C runtime's text-mode translation changes nothing
+// that can be observed here and makes reading and writing the file several times slower: on
+// reading, CR LF becomes LF and 0x1A ends the input, but CR and LF are only ever whitespace to
+// the parser, raw control bytes inside strings are syntax errors, and text after the value is
 // ignored, so every file parses to the same result either way; on writing, the compact output
 // holds no line feed to translate.
 bool ReadWholeFile(std::ifstream& in, std::string& text)
@@ -197,13 +198,19 @@ bool ReadDocument(const wchar_t* path, value& document)
     }
     std::ifstream in(path, std::ios::in | std::ios::binary);
     std::string text;
-    if (!in.is_open() || !ReadWholeFile(in, text)) {
-        return false;
-    }
     std::string error;
     bool rejected = false;
-    BoundedParseContext context(&document, &rejected);
-    picojson::_parse(context, text.cbegin(), text.cend(), &error);
+    try {
+        if (!in.is_open() || !ReadWholeFile(in, text)) {
+            return false;
+        }
+        BoundedParseContext context(&document, &rejected);
+        picojson::_parse(context, text.cbegin(), text.cend(), &error);
+    } catch (const std::bad_alloc&) {  // a file too large to hold is as unreadable as a damaged one
+        rejected = true;
+    } catch (const std::length_error&) {
+        rejected = true;
+    }
     if (rejected || !error.empty() || document.is<picojson::null>()) {
         document = value();
         return false;

@@ -227,6 +227,28 @@ TEST_F(StorageFile, StringsKeepOneBytePerCodeUnit)
     }
 }
 
+TEST_F(StorageFile, LongStringsSurviveSaveLoadAndRemove)
+{
+    const std::wstring longName(3'000'000, L'x');
+    const std::wstring longPath = std::wstring(1'000'000, L'\\') + L"Run";
+    ASSERT_EQ(m_store.SaveStartupItems(Shared({MakeItem(longName, longPath, false), MakeItem(L"n", L"p", false)}),
+                                       "Disabled"),
+              ERROR_SUCCESS);
+    const std::string expected = R"({"system":{"Disabled":[{"BkpPath":"","ChangedTime":0,"Cmd":"c","Name":")" +
+                                 std::string(3'000'000, 'x') + R"(","Path":")" + std::string(2'000'000, '\\') +
+                                 R"(Run"},{"BkpPath":"","ChangedTime":0,"Cmd":"c","Name":"n","Path":"p"}]}})";
+    EXPECT_TRUE(Bytes() == expected) << "the file differs; it holds " << Bytes().size() << " bytes";
+    auto items = Load("Disabled");
+    ASSERT_EQ(items.size(), 2u);
+    EXPECT_EQ(items.front().Name, longName);
+    EXPECT_EQ(items.front().Path, longPath);
+
+    ASSERT_EQ(m_store.RemoveStartupItems(Shared({MakeItem(longName, longPath, false)}), "Disabled"), ERROR_SUCCESS);
+    items = Load("Disabled");
+    ASSERT_EQ(items.size(), 1u);
+    EXPECT_EQ(items.front().Name, L"n");
+}
+
 TEST_F(StorageFile, UnicodeEscapesLoadAsSignExtendedUtf8Bytes)
 {
     Write(R"({"system":{"Disabled":[{"Cmd":"\u00e9","Name":"\u20ac","Path":"\u0041"}]}})");
