@@ -134,49 +134,29 @@ TEST_F(Win8Actions, EmptyListSucceedsAndEnableStillAsksTheStoreToRemove)
     EXPECT_EQ(CountMessages(m_log.Lines(), "-> CStartupItemsStorage::RemoveStartupItems()"), 2u);
 }
 
-TEST_F(Win8Actions, DelayedFolderItemsLandInTheirOwnSection)
-{
-    const std::wstring name = UniqueName(L"Tool") + L".lnk";
-    auto item = std::make_shared<storage::StartupItem>();
-    item->Name = name;
-    item->Path = m_dir.Path();
-    item->Cmd = L"C:\\windows\\notepad.exe";
-    item->IsUser = true;
-    storage::SharedStartupItemList items{item};
-    EXPECT_EQ(m_folders.Delay(items, true), 0);
-    const std::wstring key = L"Software\\Microsoft\\Windows\\CurrentVersion\\Explorer\\StartupApproved\\StartupFolder";
-    auto value = ReadValue(HKEY_CURRENT_USER, key, name);
-    EXPECT_EQ(m_folders.Enable(items, true), 0);
-    auto enabled = ReadValue(HKEY_CURRENT_USER, key, name);
-    HKEY opened = nullptr;
-    if (RegOpenKeyExW(HKEY_CURRENT_USER, key.c_str(), 0, KEY_SET_VALUE, &opened) == ERROR_SUCCESS) {
-        RegDeleteValueW(opened, name.c_str());
-        RegCloseKey(opened);
-    }
-    ASSERT_TRUE(value.has_value());
-    EXPECT_EQ(value->data, kDisabledFresh);
-    ASSERT_TRUE(enabled.has_value());
-    EXPECT_EQ(enabled->data, kEnabledFresh);
-    EXPECT_EQ(CountMessages(m_log.Lines(), "Delay " + Utf8(m_dir.Path()) + " " + Utf8(name)), 1u);
-}
-
-TEST_F(Win8Actions, DelayedFolderItemIsSavedUnderStartupDelayed)
+TEST_F(Win8Actions, DelayedFolderItemOfAllUsersIsSwitchedUnderTheMachineAndSavedAsStartupDelayed)
 {
     auto item = std::make_shared<storage::StartupItem>();
-    item->Name = L"x.lnk";
+    item->Name = UniqueName(L"Tool") + L".lnk";
     item->Path = m_dir.Path();
     item->Cmd = L"C:\\windows\\notepad.exe";
     item->IsUser = false;
     storage::SharedStartupItemList items{item};
     const std::wstring key = L"Software\\Microsoft\\Windows\\CurrentVersion\\Explorer\\StartupApproved\\StartupFolder";
     EXPECT_EQ(m_folders.Delay(items, true), 0);
+    const auto value = ReadValue(HKEY_LOCAL_MACHINE, key, item->Name);
     HKEY opened = nullptr;
     if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, key.c_str(), 0, KEY_SET_VALUE, &opened) == ERROR_SUCCESS) {
-        RegDeleteValueW(opened, L"x.lnk");
+        RegDeleteValueW(opened, item->Name.c_str());
         RegCloseKey(opened);
     }
-    EXPECT_EQ(Load(storage::kStartupDelayedSection).size(), 1u);
+    ASSERT_TRUE(value.has_value());
+    EXPECT_EQ(value->data, kDisabledFresh);
+    const auto saved = Load(storage::kStartupDelayedSection);
+    ASSERT_EQ(saved.size(), 1u);
+    EXPECT_FALSE(saved.front().IsUser);
     EXPECT_TRUE(Load(storage::kDelayedSection).empty());
+    EXPECT_EQ(CountMessages(m_log.Lines(), "Delay " + Utf8(m_dir.Path()) + " " + Utf8(item->Name)), 1u);
 }
 
 TEST_F(Win8Actions, RunKeyCheckNeedsTheValueAndTheTarget)
@@ -250,23 +230,6 @@ TEST_F(Dispatcher, AnExceptionFromOneItemBecomesAFailure)
     if (exec.IsWindows8OrGreater()) {
         EXPECT_EQ(CountMessages(m_log.Lines(), "invalid string position", true), 1u);
     }
-}
-
-TEST_F(Dispatcher, ActionCodesReachTheirOperations)
-{
-    actions::StartupAppsActionExec exec;
-    if (!exec.IsWindows8OrGreater()) {
-        GTEST_SKIP() << "the Windows 7 objects are covered with their own tests";
-    }
-    auto items = RunItems({L"One"});
-    EXPECT_EQ(exec.Execute(actions::ActionDelay, actions::RunKey, items, true), 0);
-    EXPECT_EQ(Load(storage::kDelayedSection).size(), 1u);
-    EXPECT_EQ(exec.Execute(actions::ActionDisable, actions::RunKey, items, true), 0);
-    EXPECT_EQ(Load(storage::kDisabledSection).size(), 1u);
-    EXPECT_EQ(exec.Execute(actions::ActionEnable, actions::RunKey, items, true), 0);
-    EXPECT_TRUE(Load(storage::kDisabledSection).empty());
-    EXPECT_TRUE(Load(storage::kDelayedSection).empty());
-    EXPECT_EQ(Approved(L"One")->data, kEnabledFresh);
 }
 
 } // namespace

@@ -119,6 +119,7 @@ protected:
 };
 
 const Bytes kStamp = {0x11, 0x22, 0x33, 0x44, 0x55, 0x66, 0x77, 0x88};
+const Bytes kFresh = {1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0};
 Bytes WithState(std::uint8_t state, const Bytes& tail = kStamp)
 {
     Bytes data(4 + tail.size(), 0);
@@ -127,59 +128,67 @@ Bytes WithState(std::uint8_t state, const Bytes& tail = kStamp)
     return data;
 }
 
+struct Transition {
+    const char* name;
+    DWORD type;      // of the value found
+    Bytes before;
+    bool enable;
+    DWORD result;
+    Bytes after;     // read back as REG_BINARY
+    bool written;
+};
+
+class ApprovedTransition : public ApprovedValue, public ::testing::WithParamInterface<Transition> {};
+
+TEST_P(ApprovedTransition, LeavesTheExpectedBytes)
+{
+    const Transition& t = GetParam();
+    if (t.type == REG_BINARY) {
+        SetApproved(t.before);
+    } else {
+        SetString(HKEY_CURRENT_USER, m_approvedKey, m_item.Name, L"text");
+    }
+    const FILETIME before = LastWrite();
+    Sleep(20);
+    const DWORD result = t.enable ? Win8StartupItem::Enable(m_item, RunValue) : Win8StartupItem::Disable(m_item, RunValue);
+    EXPECT_EQ(result, t.result);
+    const FILETIME after = LastWrite();
+    EXPECT_EQ(CompareFileTime(&before, &after) != 0, t.written);
+    if (t.type == REG_BINARY || t.written) {
+        EXPECT_EQ(ApprovedBytes(), t.after);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    States, ApprovedTransition,
+    ::testing::Values(
+        Transition{"EnabledTwoDisables", REG_BINARY, WithState(2), false, 0, WithState(3), true},
+        Transition{"DisabledThreeEnables", REG_BINARY, WithState(3), true, 0, WithState(2), true},
+        Transition{"EnabledZeroDisables", REG_BINARY, WithState(0), false, 0, WithState(1), true},
+        Transition{"DisabledOneEnables", REG_BINARY, WithState(1), true, 0, WithState(0), true},
+        Transition{"UnknownEnablesToTwo", REG_BINARY, WithState(7), true, 0, WithState(2), true},
+        Transition{"UnknownDisablesToThree", REG_BINARY, WithState(7), false, 0, WithState(3), true},
+        Transition{"ShortValueKeepsItsLength", REG_BINARY, {1, 0}, true, 0, {0, 0}, true},
+        Transition{"AlreadyEnabledZero", REG_BINARY, WithState(0), true, 0, WithState(0), false},
+        Transition{"AlreadyEnabledTwo", REG_BINARY, WithState(2), true, 0, WithState(2), false},
+        Transition{"AlreadyDisabledOne", REG_BINARY, WithState(1), false, 0, WithState(1), false},
+        Transition{"AlreadyDisabledThree", REG_BINARY, WithState(3), false, 0, WithState(3), false},
+        Transition{"TooLongFailsEnable", REG_BINARY, WithState(1, Bytes(200, 0xAB)), true, ERROR_MORE_DATA,
+                   WithState(1, Bytes(200, 0xAB)), false},
+        Transition{"TooLongIsReplacedByDisable", REG_BINARY, WithState(1, Bytes(200, 0xAB)), false, 0, kFresh, true},
+        Transition{"TextFailsEnable", REG_SZ, {}, true, 31, {}, false},
+        Transition{"TextIsReplacedByDisable", REG_SZ, {}, false, 0, kFresh, true}),
+    [](const auto& info) { return std::string(info.param.name); });
+
 TEST_F(ApprovedValue, DisableWithoutAValueCreatesTheKeyAndAFreshValue)
 {
     ASSERT_FALSE(KeyExists(HKEY_CURRENT_USER, m_approvedKey));
     EXPECT_EQ(Win8StartupItem::Disable(m_item, RunValue), 0u);
-    EXPECT_EQ(ApprovedBytes(), Bytes({1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}));
+    EXPECT_EQ(ApprovedBytes(), kFresh);
     std::wstring logged = m_approvedKey;
     CharLowerW(logged.data());
     EXPECT_EQ(CountMessages(m_log.Lines(), "failed open HKEY_CURRENT_USER " + Utf8(logged), true), 2u)
         << "the read and then the write each miss the key";
-}
-
-TEST_F(ApprovedValue, StateWordFlipsAndTheTimestampBytesAreKept)
-{
-    SetApproved(WithState(2));
-    EXPECT_EQ(Win8StartupItem::Disable(m_item, RunValue), 0u);
-    EXPECT_EQ(ApprovedBytes(), WithState(3));
-    EXPECT_EQ(Win8StartupItem::Enable(m_item, RunValue), 0u);
-    EXPECT_EQ(ApprovedBytes(), WithState(2));
-
-    SetApproved(WithState(0));
-    EXPECT_EQ(Win8StartupItem::Disable(m_item, RunValue), 0u);
-    EXPECT_EQ(ApprovedBytes(), WithState(1));
-    EXPECT_EQ(Win8StartupItem::Enable(m_item, RunValue), 0u);
-    EXPECT_EQ(ApprovedBytes(), WithState(0));
-}
-
-TEST_F(ApprovedValue, UnknownStatesBecomeTwoOrThree)
-{
-    SetApproved(WithState(7));
-    EXPECT_EQ(Win8StartupItem::Enable(m_item, RunValue), 0u);
-    EXPECT_EQ(ApprovedBytes(), WithState(2));
-    SetApproved(WithState(7));
-    EXPECT_EQ(Win8StartupItem::Disable(m_item, RunValue), 0u);
-    EXPECT_EQ(ApprovedBytes(), WithState(3));
-}
-
-TEST_F(ApprovedValue, NothingIsWrittenWhenAlreadyInState)
-{
-    for (const auto& [state, enable] : {std::pair<std::uint8_t, bool>{0, true}, {2, true}, {1, false}, {3, false}}) {
-        SCOPED_TRACE(state);
-        SetApproved(WithState(state, {9, 9, 9}));
-        const FILETIME before = LastWrite();
-        Sleep(30);
-        const DWORD result = enable ? Win8StartupItem::Enable(m_item, RunValue)
-                                    : Win8StartupItem::Disable(m_item, RunValue);
-        EXPECT_EQ(result, 0u);
-        const FILETIME after = LastWrite();
-        EXPECT_EQ(CompareFileTime(&before, &after), 0) << "the key was written";
-        EXPECT_EQ(ApprovedBytes(), WithState(state, {9, 9, 9}));
-    }
-    const auto lines = m_log.Lines();
-    EXPECT_EQ(CountMessages(lines, "item is enabled"), 2u);
-    EXPECT_EQ(CountMessages(lines, "item is disabled"), 2u);
 }
 
 TEST_F(ApprovedValue, MissingKeyFailsEnableButMissingValueIsEnabled)
@@ -192,34 +201,6 @@ TEST_F(ApprovedValue, MissingKeyFailsEnableButMissingValueIsEnabled)
     EXPECT_EQ(Win8StartupItem::Enable(m_item, RunValue), 0u);
     EXPECT_FALSE(Approved().has_value());
     EXPECT_EQ(CountMessages(m_log.Lines(), "item is enabled"), 1u);
-}
-
-TEST_F(ApprovedValue, UnreadableValuesFailEnableAndAreReplacedByDisable)
-{
-    const Bytes tooLong = WithState(1, Bytes(200, 0xAB));
-    for (int round = 0; round < 2; ++round) {
-        SCOPED_TRACE(round == 0 ? "not REG_BINARY" : "longer than 128 bytes");
-        if (round == 0) {
-            SetString(HKEY_CURRENT_USER, m_approvedKey, m_item.Name, L"text");
-        } else {
-            SetApproved(tooLong);
-        }
-        EXPECT_NE(Win8StartupItem::Enable(m_item, RunValue), 0u);
-        if (round == 1) {
-            EXPECT_EQ(ApprovedBytes(), tooLong) << "a failed Enable leaves the value alone";
-        }
-        EXPECT_EQ(Win8StartupItem::Disable(m_item, RunValue), 0u);
-        EXPECT_EQ(ApprovedBytes(), Bytes({1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}));
-    }
-}
-
-TEST_F(ApprovedValue, ShortValuesKeepTheirLength)
-{
-    SetApproved({1, 0});
-    EXPECT_EQ(Win8StartupItem::Enable(m_item, RunValue), 0u);
-    EXPECT_EQ(ApprovedBytes(), Bytes({0, 0}));
-    EXPECT_EQ(Win8StartupItem::Disable(m_item, RunValue), 0u);
-    EXPECT_EQ(ApprovedBytes(), Bytes({1, 0}));
 }
 
 TEST_F(ApprovedValue, RefusedPathsFailWithoutTouchingTheRegistry)
