@@ -75,6 +75,16 @@ TEST_F(LogFacade, WriteWithoutAHoldLoadsWritesAndUnloadsEachTime)
     EXPECT_EQ(Record(), expected);
 }
 
+TEST_F(LogFacade, ThousandsOfLoadsAndUnloadsLeaveTheLibraryWorking)
+{
+    ASSERT_TRUE(CopyFileW(JoinPath(ProgramFolder(), L"logprobe.exe").c_str(), (m_dir / L"logprobe.exe").c_str(), FALSE));
+    ASSERT_TRUE(CopyFileW(JoinPath(ProgramFolder(), L"qmtrace.dll").c_str(), (m_dir / L"qmtrace.dll").c_str(), FALSE));
+    ChildOptions options;
+    options.environment = {L"QMTRACE_LOG=" + (m_dir / L"many.log")};
+    EXPECT_EQ(RunChild(L"\"" + (m_dir / L"logprobe.exe") + L"\" unheld-many", options), std::optional<DWORD>(0));
+    EXPECT_EQ(CountMessages(ReadLog(m_dir / L"many.log"), "-> Probe::Many()"), 1500u);
+}
+
 TEST_F(LogFacade, MessagesAreDroppedWhileNobodyHoldsLogging)
 {
     Prepare(L"qmtrace_recorder.dll");

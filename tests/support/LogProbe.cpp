@@ -1,7 +1,7 @@
 // A small program that drives the logging facade through one scenario, so that a test can copy
 // it beside a chosen qmtrace.dll (or none) and watch what the library is asked to do.
 //
-//   logprobe held | unheld | inactive | nested | stub
+//   logprobe held | unheld | unheld-many | inactive | nested | stub
 //
 // The exit code is 0, except for "stub": there it is the HRESULT of one LogWrite call.
 #include "support/LogDLL.h"
@@ -19,6 +19,11 @@ int wmain(int argc, wchar_t** argv)
     } else if (wcscmp(scenario, L"unheld") == 0) {
         logging::Write(logging::kDepthNone, logging::kClassInfo, L"Probe::Unheld", L"one");
         logging::Write(logging::kDepthNone, logging::kClassInfo, L"Probe::Unheld", L"two");
+    } else if (wcscmp(scenario, L"unheld-many") == 0) {
+        // Every line loads and unloads the library: nothing may pile up.
+        for (int i = 0; i < 1500; ++i) {
+            logging::ScopeTrace trace(L"Probe::Many");
+        }
     } else if (wcscmp(scenario, L"inactive") == 0) {
         QM_LOG_INFO(L"Probe::Inactive", L"never written");
     } else if (wcscmp(scenario, L"nested") == 0) {

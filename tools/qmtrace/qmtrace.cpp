@@ -20,7 +20,20 @@ HANDLE g_file = INVALID_HANDLE_VALUE;
 std::wstring g_pathOverride;
 bool g_enabled = true;
 int g_level = logging::kClassTrace;  // lines of a class above this are dropped
-thread_local int t_depth = 0;
+// The scope depth of each thread. A TLS slot taken and given back with the library: the
+// library is loaded and unloaded for every line written while nobody holds logging, and
+// compiler thread-locals would leave something behind on each unload.
+DWORD g_depthSlot = TLS_OUT_OF_INDEXES;
+
+int Depth()
+{
+    return static_cast<int>(reinterpret_cast<intptr_t>(TlsGetValue(g_depthSlot)));
+}
+
+void SetDepth(int depth)
+{
+    TlsSetValue(g_depthSlot, reinterpret_cast<void*>(static_cast<intptr_t>(depth)));
+}
 
 class Locked {
 public:
@@ -133,12 +146,12 @@ __declspec(dllexport) HRESULT LogWrite(unsigned short depthChange, const int* lo
 {
     const int cls = logClass ? *logClass : 0;
     const short change = static_cast<short>(depthChange);
+    int depth = Depth();
     if (change < 0) {
-        t_depth = t_depth + change < 0 ? 0 : t_depth + change;
-    }
-    const int depth = t_depth;
-    if (change > 0) {
-        t_depth += change;
+        depth = depth + change < 0 ? 0 : depth + change;
+        SetDepth(depth);
+    } else if (change > 0) {
+        SetDepth(depth + change);
     }
     if (!g_enabled || cls > g_level) {
         return S_FALSE;
@@ -219,8 +232,13 @@ BOOL WINAPI DllMain(HINSTANCE, DWORD reason, LPVOID reserved)
 {
     if (reason == DLL_PROCESS_ATTACH) {
         InitializeCriticalSection(&g_lock);
+        g_depthSlot = TlsAlloc();
+        if (g_depthSlot == TLS_OUT_OF_INDEXES) {
+            return FALSE;
+        }
     } else if (reason == DLL_PROCESS_DETACH && reserved == nullptr) {
         CloseLogFile();
+        TlsFree(g_depthSlot);
         DeleteCriticalSection(&g_lock);
     }
     return TRUE;
