@@ -145,11 +145,7 @@ TEST_F(Win8Actions, DelayedFolderItemOfAllUsersIsSwitchedUnderTheMachineAndSaved
     const std::wstring key = L"Software\\Microsoft\\Windows\\CurrentVersion\\Explorer\\StartupApproved\\StartupFolder";
     EXPECT_EQ(m_folders.Delay(items, true), 0);
     const auto value = ReadValue(HKEY_LOCAL_MACHINE, key, item->Name);
-    HKEY opened = nullptr;
-    if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, key.c_str(), 0, KEY_SET_VALUE, &opened) == ERROR_SUCCESS) {
-        RegDeleteValueW(opened, item->Name.c_str());
-        RegCloseKey(opened);
-    }
+    DeleteValue(HKEY_LOCAL_MACHINE, key, item->Name);
     ASSERT_TRUE(value.has_value());
     EXPECT_EQ(value->data, kDisabledFresh);
     const auto saved = Load(storage::kStartupDelayedSection);

@@ -224,11 +224,7 @@ TEST(ApprovedFolderValue, SystemItemsLiveUnderTheLocalMachine)
     EXPECT_EQ(Win8StartupItem::Disable(item, FolderShortcut), 0u);
     auto machine = ReadValue(HKEY_LOCAL_MACHINE, key, item.Name);
     auto user = ReadValue(HKEY_CURRENT_USER, key, item.Name);
-    HKEY opened = nullptr;
-    if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, key.c_str(), 0, KEY_SET_VALUE, &opened) == ERROR_SUCCESS) {
-        RegDeleteValueW(opened, item.Name.c_str());
-        RegCloseKey(opened);
-    }
+    DeleteValue(HKEY_LOCAL_MACHINE, key, item.Name);
     ASSERT_TRUE(machine.has_value());
     EXPECT_EQ(machine->data, Bytes({1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}));
     EXPECT_FALSE(user.has_value());

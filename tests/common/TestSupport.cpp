@@ -5,7 +5,7 @@
 
 #include <atomic>
 #include <fstream>
-#include <map>
+#include <memory>
 #include <sstream>
 
 namespace testing_support {
@@ -112,6 +112,15 @@ void DeleteTree(HKEY root, const std::wstring& subKey)
     RegDeleteKeyW(root, subKey.c_str());
 }
 
+void DeleteValue(HKEY root, const std::wstring& subKey, const std::wstring& name)
+{
+    HKEY key = nullptr;
+    if (RegOpenKeyExW(root, subKey.c_str(), 0, KEY_SET_VALUE, &key) == ERROR_SUCCESS) {
+        RegDeleteValueW(key, name.c_str());
+        RegCloseKey(key);
+    }
+}
+
 namespace {
 
 void SetRaw(HKEY root, const std::wstring& subKey, const std::wstring& name, DWORD type,
@@ -204,39 +213,6 @@ void WriteFileBytes(const std::wstring& path, const std::string& bytes)
     out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
 }
 
-namespace {
-
-// The inherited environment with the given NAME=VALUE entries added or replaced.
-std::vector<wchar_t> BuildEnvironment(const std::vector<std::wstring>& extra)
-{
-    std::map<std::wstring, std::wstring, bool (*)(const std::wstring&, const std::wstring&)> entries(
-        [](const std::wstring& a, const std::wstring& b) { return _wcsicmp(a.c_str(), b.c_str()) < 0; });
-    auto add = [&](const std::wstring& entry) {
-        const size_t equals = entry.find(L'=', 1);
-        if (equals != std::wstring::npos) {
-            entries[entry.substr(0, equals)] = entry.substr(equals + 1);
-        }
-    };
-    wchar_t* block = GetEnvironmentStringsW();
-    for (const wchar_t* entry = block; *entry; entry += wcslen(entry) + 1) {
-        add(entry);
-    }
-    FreeEnvironmentStringsW(block);
-    for (const auto& entry : extra) {
-        add(entry);
-    }
-    std::vector<wchar_t> result;
-    for (const auto& [name, value] : entries) {
-        const std::wstring entry = name + L"=" + value;
-        result.insert(result.end(), entry.begin(), entry.end());
-        result.push_back(L'\0');
-    }
-    result.push_back(L'\0');
-    return result;
-}
-
-} // namespace
-
 std::optional<DWORD> RunChild(const std::wstring& commandLine, const ChildOptions& options)
 {
     support::UniqueHandle job(CreateJobObjectW(nullptr, nullptr));
@@ -249,12 +225,17 @@ std::optional<DWORD> RunChild(const std::wstring& commandLine, const ChildOption
 
     std::vector<wchar_t> writable(commandLine.begin(), commandLine.end());
     writable.push_back(L'\0');
-    std::vector<wchar_t> environment = BuildEnvironment(options.environment);
+    // The child inherits this process's environment, with the extra entries set meanwhile.
+    std::vector<std::unique_ptr<ScopedEnvironment>> environment;
+    for (const auto& entry : options.environment) {
+        const size_t equals = entry.find(L'=');
+        environment.push_back(std::make_unique<ScopedEnvironment>(entry.substr(0, equals), entry.substr(equals + 1)));
+    }
     STARTUPINFOW startup{};
     startup.cb = sizeof startup;
     PROCESS_INFORMATION process{};
     if (!CreateProcessW(nullptr, writable.data(), nullptr, nullptr, FALSE,
-                        CREATE_SUSPENDED | CREATE_UNICODE_ENVIRONMENT, environment.data(),
+                        CREATE_SUSPENDED, nullptr,
                         options.currentFolder.empty() ? nullptr : options.currentFolder.c_str(),
                         &startup, &process)) {
         return std::nullopt;
@@ -375,18 +356,6 @@ std::string Utf8(const std::wstring& text)
     std::string out(static_cast<size_t>(size), '\0');
     WideCharToMultiByte(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), out.data(), size,
                         nullptr, nullptr);
-    return out;
-}
-
-std::wstring Wide(const std::string& utf8)
-{
-    if (utf8.empty()) {
-        return {};
-    }
-    const int size = MultiByteToWideChar(CP_UTF8, 0, utf8.data(), static_cast<int>(utf8.size()),
-                                         nullptr, 0);
-    std::wstring out(static_cast<size_t>(size), L'\0');
-    MultiByteToWideChar(CP_UTF8, 0, utf8.data(), static_cast<int>(utf8.size()), out.data(), size);
     return out;
 }
 

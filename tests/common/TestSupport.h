@@ -56,6 +56,7 @@ std::wstring UniqueName(const std::wstring& stem);
 bool KeyExists(HKEY root, const std::wstring& subKey);
 void CreateKey(HKEY root, const std::wstring& subKey);
 void DeleteTree(HKEY root, const std::wstring& subKey);
+void DeleteValue(HKEY root, const std::wstring& subKey, const std::wstring& name);
 void SetString(HKEY root, const std::wstring& subKey, const std::wstring& name,
                const std::wstring& data, DWORD type = REG_SZ);
 void SetBinary(HKEY root, const std::wstring& subKey, const std::wstring& name,
@@ -127,9 +128,8 @@ private:
     Hold* m_hold;
 };
 
-// Wide to UTF-8 and back, for comparing log text.
+// Wide to UTF-8, for comparing log text.
 std::string Utf8(const std::wstring& text);
-std::wstring Wide(const std::string& utf8);
 
 // True when the running process sees Windows 8 or later.
 bool IsWindows8OrLater();

@@ -60,11 +60,7 @@ protected:
             WriteFileBytes(m_userStore, *m_savedUserStore);
         }
         for (const auto& name : m_folderValues) {
-            HKEY key = nullptr;
-            if (RegOpenKeyExW(HKEY_CURRENT_USER, kApprovedFolderKey, 0, KEY_SET_VALUE, &key) == ERROR_SUCCESS) {
-                RegDeleteValueW(key, name.c_str());
-                RegCloseKey(key);
-            }
+            DeleteValue(HKEY_CURRENT_USER, kApprovedFolderKey, name);
         }
     }
 
