@@ -51,6 +51,18 @@ DWORD LocateValue(const storage::StartupItem& item, const std::uint32_t& kind, c
     return ERROR_SUCCESS;
 }
 
+// Puts the new state word in front of the bytes read and writes them back at the length read.
+DWORD WriteState(HKEY root, const std::wstring& subKey, const storage::StartupItem& item, BYTE* data,
+                 DWORD length, DWORD state, const wchar_t* function)
+{
+    WriteStateWord(data, state);
+    const DWORD written = Win8StartupItem::SetItemRegValue(root, subKey.c_str(), item.Name.c_str(), data, length);
+    if (written != ERROR_SUCCESS) {
+        QM_LOG_ERROR(function, L"SetItemRegValue failed 0x%x", GetLastError());
+    }
+    return written;
+}
+
 } // namespace
 
 bool Win8StartupItem::GetItemRegKey(const storage::StartupItem& item, const std::uint32_t& kind,
@@ -170,12 +182,7 @@ DWORD Win8StartupItem::Enable(const storage::StartupItem& item, const std::uint3
         QM_LOG_INFO(function, L"item is enabled");
         return ERROR_SUCCESS;
     }
-    WriteStateWord(data, state == 1 ? 0 : 2);
-    const DWORD written = SetItemRegValue(root, subKey.c_str(), item.Name.c_str(), data, length);
-    if (written != ERROR_SUCCESS) {
-        QM_LOG_ERROR(function, L"SetItemRegValue failed 0x%x", GetLastError());
-    }
-    return written;
+    return WriteState(root, subKey, item, data, length, state == 1 ? 0 : 2, function);
 }
 
 DWORD Win8StartupItem::Disable(const storage::StartupItem& item, const std::uint32_t& kind)
@@ -203,12 +210,7 @@ DWORD Win8StartupItem::Disable(const storage::StartupItem& item, const std::uint
         QM_LOG_INFO(function, L"item is disabled");
         return ERROR_SUCCESS;
     }
-    WriteStateWord(data, state == 0 ? 1 : 3);
-    const DWORD written = SetItemRegValue(root, subKey.c_str(), item.Name.c_str(), data, length);
-    if (written != ERROR_SUCCESS) {
-        QM_LOG_ERROR(function, L"SetItemRegValue failed 0x%x", GetLastError());
-    }
-    return written;
+    return WriteState(root, subKey, item, data, length, state == 0 ? 1 : 3, function);
 }
 
 } // namespace actions
