@@ -1,5 +1,5 @@
 // Product information access: the connection's life cycle as the qmsvccfg.dll double sees it,
-// from a probe program placed beside the double in a folder of the test's own.
+// from the probe and from Morrowgate.exe placed beside the double.
 #include "support/ProductInfo.h"
 #include "tests/support/SuiteFixture.h"
 
@@ -8,111 +8,86 @@ using namespace support_tests;
 
 namespace {
 
-TEST(ProductInfoInProcess, WithoutTheLibraryTheCallbackNeverRuns)
-{
-    ASSERT_FALSE(FileExists(JoinPath(ProgramFolder(), L"qmsvccfg.dll")))
-        << "the test programs' folder must not hold the library";
-    EXPECT_EQ(support::OpenProductInfoConnection(), static_cast<DWORD>(ERROR_MOD_NOT_FOUND));
-    bool called = false;
-    EXPECT_FALSE(support::WithProductInfo([&called](support::IProductInfoUI*) { called = true; }));
-    EXPECT_FALSE(called);
-    // Nothing to call, so an empty call-back is simply dropped.
-    EXPECT_FALSE(support::WithProductInfo(nullptr));
-}
+using ProductInfo = SuiteFolder;
 
-class ProductInfo : public SuiteFolder {
-protected:
-    void SetUp() override { PlaceProgram(L"supportprobe.exe"); }
-};
-
-TEST_F(ProductInfo, EachFailedStepIsReturnedAndLeavesNothingLoaded)
+TEST_F(ProductInfo, EachFailedStepIsReturnedAndLeavesNothingLoadedAndTheLauncherGoesOn)
 {
-    const auto opened = OpenedCalls();
-    const std::vector<std::string> loadCreate(opened.begin(), opened.begin() + 2);
-    const std::vector<std::string> toInterface(opened.begin(), opened.begin() + 3);
-    const std::vector<std::string> toInit(opened.begin(), opened.begin() + 4);
+    const auto upTo = [](long calls) { return Lines(kOpenedCalls.begin(), kOpenedCalls.begin() + calls); };
     struct Case {
         const wchar_t* library;  // nullptr: no library at all
         const wchar_t* failure;  // QMSVCCFG_FAIL
         DWORD result;
-        std::vector<std::string> calls;
+        Lines calls;
     };
     const Case cases[] = {
         {nullptr, L"", ERROR_MOD_NOT_FOUND, {}},
         {L"qmsvccfg_nocreate.dll", L"", ERROR_PROC_NOT_FOUND, {"qmsvccfg load", "qmsvccfg unload"}},
         {L"qmsvccfg_nodestroy.dll", L"", ERROR_PROC_NOT_FOUND, {"qmsvccfg load", "qmsvccfg unload"}},
-        {L"qmsvccfg.dll", L"create", 0x80040154, Concat({loadCreate, {"qmsvccfg unload"}})},
+        {L"qmsvccfg.dll", L"create", 0x80040154, Concat({upTo(2), {"qmsvccfg unload"}})},
         {L"qmsvccfg.dll", L"interface", 632,
-         Concat({toInterface, {"qmsvccfg QmDestroyObject productinfo", "qmsvccfg unload"}})},
-        {L"qmsvccfg.dll", L"init", 5, Concat({toInit, ClosedCalls()})},
-        {L"qmsvccfg.dll", L"start", 21, Concat({OpenedCalls(), ClosedCalls()})},
-        {L"qmsvccfg.dll", L"", 0, OpenedCalls()},
+         Concat({upTo(3), {"qmsvccfg QmDestroyObject productinfo", "qmsvccfg unload"}})},
+        {L"qmsvccfg.dll", L"init", 5, Concat({upTo(4), kClosedCalls})},
+        {L"qmsvccfg.dll", L"start", 21, Concat({kOpenedCalls, kClosedCalls})},
+        {L"qmsvccfg.dll", L"", 0, kOpenedCalls},
     };
+    const auto environment = m_environment;
     for (const auto& c : cases) {
         SCOPED_TRACE(Utf8(std::wstring(c.library ? c.library : L"(none)") + L" " + c.failure));
         DeleteFileW((m_dir / L"qmsvccfg.dll").c_str());
-        ClearRecord();
         if (c.library != nullptr) {
             PlaceDouble(c.library, L"qmsvccfg.dll");
         }
-        m_environment = {std::wstring(L"QMSVCCFG_FAIL=") + c.failure};
+        m_environment = environment;
+        m_environment.push_back(std::wstring(L"QMSVCCFG_FAIL=") + c.failure);
+        ClearRecord();
         EXPECT_EQ(RunProbe(L"open"), c.result);
         // An open connection is closed by the probe after it has recorded the result.
-        const auto closing = c.result == 0 ? ClosedCalls() : std::vector<std::string>{};
-        EXPECT_EQ(Record(), Concat({c.calls, {"probe opened " + std::to_string(c.result)}, closing}));
-    }
-}
+        EXPECT_EQ(Record(), Concat({c.calls, {"probe opened " + std::to_string(c.result)},
+                                    c.result == 0 ? kClosedCalls : Lines{}}));
 
-TEST_F(ProductInfo, CallbackGetsTheAnswerAndTheConnectionIsClosedAfterIt)
-{
-    PlaceDouble(L"qmsvccfg.dll", L"qmsvccfg.dll");
-    m_environment = {L"QMSVCCFG_ITEM_400=C:\\Program Files\\Quillmark\\Settings"};
-    EXPECT_EQ(RunProbe(L"with 400"), 1u);
-    EXPECT_EQ(Record(), Concat({OpenedCalls(), {"probe call-back", "qmsvccfg GetString 400 Desktop"},
-                                ClosedCalls(),
-                                {"probe buffer C:\\Program Files\\Quillmark\\Settings"}}));
-}
-
-TEST_F(ProductInfo, NoAnswerLeavesTheBufferAsItWas)
-{
-    PlaceDouble(L"qmsvccfg.dll", L"qmsvccfg.dll");
-    EXPECT_EQ(RunProbe(L"with 202"), 1u);
-    const auto record = Record();
-    ASSERT_FALSE(record.empty());
-    EXPECT_EQ(record.back(), "probe buffer untouched");
-}
-
-TEST_F(ProductInfo, AnswerOf260CharactersOrMoreEndsTheProcess)
-{
-    PlaceDouble(L"qmsvccfg.dll", L"qmsvccfg.dll");
-    for (const size_t length : {size_t{259}, size_t{260}, size_t{300}}) {
-        SCOPED_TRACE(length);
+        // Morrowgate.exe: the crash handler's two attempts come before logging is taken, and the
+        // mode runs all the same.
         ClearRecord();
-        const std::wstring answer(length, L'k');
-        m_environment = {L"QMSVCCFG_ITEM_202=" + answer};
-        const DWORD exitCode = RunProbe(L"with 202");
-        const auto record = Record();
-        if (length < 260) {
-            EXPECT_EQ(exitCode, 1u);
-            EXPECT_EQ(record.back(), "probe buffer " + std::string(length, 'k'));
-        } else {
-            EXPECT_EQ(exitCode, 0xC0000417u) << "invalid parameter";
-            ASSERT_FALSE(record.empty());
-            EXPECT_EQ(record.back(), "qmsvccfg GetString 202 Desktop") << "ended inside the copy";
-        }
+        EXPECT_EQ(RunLauncher(), 0u);
+        const Lines launched = c.result == 0 ? Concat({kProductQueries, {"qmcrash load", kCrashHandlerEnabled}})
+                                             : Concat({c.calls, c.calls});
+        const Lines record = Record();
+        ASSERT_GT(record.size(), launched.size());
+        EXPECT_EQ(Lines(record.begin(), record.begin() + static_cast<long>(launched.size()) + 1),
+                  Concat({launched, {"attach"}}));
+        EXPECT_EQ(Count("text=-> [CHECK USER]"), 1u);
+        EXPECT_EQ(Count("qmsvccfg load"), Count("qmsvccfg unload")) << "nothing left loaded";
+        EXPECT_EQ(record.back(), "detach") << "logging is released last";
     }
 }
 
-TEST_F(ProductInfo, CallbackExceptionsLeaveAfterTheConnectionIsClosed)
+TEST_F(ProductInfo, CallbackRunsOnAConnectionOfItsOwnThatIsClosedAfterIt)
 {
-    PlaceDouble(L"qmsvccfg.dll", L"qmsvccfg.dll");
-    EXPECT_EQ(RunProbe(L"empty"), 3u) << "an empty call-back throws std::bad_function_call";
-    EXPECT_EQ(Record(), Concat({OpenedCalls(), ClosedCalls(), {"probe caught bad_function_call"}}));
-
-    ClearRecord();
-    EXPECT_EQ(RunProbe(L"throwing"), 4u);
-    EXPECT_EQ(Record(), Concat({OpenedCalls(), {"probe call-back"}, ClosedCalls(),
-                                {"probe caught runtime_error"}}));
+    const Lines called = Concat({kOpenedCalls, {"probe call-back", "qmsvccfg GetString 202 Desktop"}});
+    const struct {
+        const wchar_t* scenario;
+        size_t answer;  // characters of the answer to item 202; 0: no answer
+        DWORD exitCode;
+        Lines record;
+    } cases[] = {
+        {L"with 202", 0, 1, Concat({called, kClosedCalls, {"probe buffer untouched"}})},
+        {L"with 202", 259, 1, Concat({called, kClosedCalls, {"probe buffer " + std::string(259, 'k')}})},
+        // An answer that does not fit ends the process inside the copy, as an invalid parameter.
+        {L"with 202", 260, 0xC0000417, called},
+        {L"with 202", 300, 0xC0000417, called},
+        {L"throwing", 0, 4,
+         Concat({kOpenedCalls, {"probe call-back"}, kClosedCalls, {"probe caught runtime_error"}})},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(Utf8(c.scenario) + " answer " + std::to_string(c.answer));
+        m_environment.clear();
+        if (c.answer > 0) {
+            m_environment.push_back(L"QMSVCCFG_ITEM_202=" + std::wstring(c.answer, L'k'));
+        }
+        ClearRecord();
+        EXPECT_EQ(RunProbe(c.scenario), c.exitCode);
+        EXPECT_EQ(Record(), c.record);
+    }
 }
 
 } // namespace
