@@ -1,82 +1,64 @@
-// The action objects the dispatcher holds under each Windows personality, and that Execute
-// reaches them.
+// What Enable does to the store in every legacy class, the action objects the dispatcher holds
+// under each Windows personality, and that Execute reaches them.
 #include "actions/CRunKeyAppsActions.h"
 #include "actions/CStartupFolderActions.h"
-#include "actions/CWin8RunKeyAppsActions.h"
-#include "actions/CWin8StartupFolderActions.h"
 #include "actions/MicrosoftStoreAppsActions.h"
 #include "actions/StartupAppsActionExec.h"
 #include "tests/actions/legacy/LegacyTestSupport.h"
 
-#include <gtest/gtest.h>
-
-#include <memory>
+#include <tuple>
 #include <typeinfo>
 
-using namespace testing_support;
 using namespace legacy_tests;
 
 namespace {
 
+TEST(LegacyEnable, SaveRemovesTheWholeListFromBothSectionsFailedItemsIncluded)
+{
+    actions::CRunKeyAppsActions runKey;
+    actions::CStartupFolderActions folder{L"QmBkpFolder"};
+    actions::MicrosoftStoreAppsActions storeApps;
+    using Case = std::tuple<actions::IStartupAppsActions*, const char*, const char*>;
+    TempDir nowhere;  // no value, file or task lies below it, so every item fails
+    const storage::SharedStartupItemList items{MakeItem(L"First", nowhere.Path(), L"first.exe"),
+                                               MakeItem(L"Second", nowhere.Path(), L"second.exe")};
+    for (const auto& [actions, disabled, delayed] :
+         {Case{&runKey, storage::kDisabledSection, storage::kDelayedSection},
+          Case{&folder, storage::kStartupDisabledSection, storage::kStartupDelayedSection},
+          Case{&storeApps, storage::kStartupDisabledSection, storage::kStartupDelayedSection}}) {
+        SCOPED_TRACE(typeid(*actions).name());
+        ScratchStore store;
+        auto& saved = storage::CStartupItemsStorage::Instance();
+        ASSERT_EQ(saved.SaveStartupItems(*MakeItem(L"Bystander", nowhere.Path(), L"x.exe"), disabled), 0u);
+        ASSERT_EQ(saved.SaveStartupItems(items, disabled) | saved.SaveStartupItems(items, delayed), 0u);
+        auto list = items;
+
+        EXPECT_EQ(actions->Enable(list, true), 31);
+
+        EXPECT_EQ(store.Saved(disabled), WStrings{L"Bystander"});
+        EXPECT_TRUE(store.Saved(delayed).empty());
+    }
+}
+
 TEST(LegacyDispatch, HoldsTheClassesOfThisWindowsVersionAndReachesThem)
 {
-    const bool windows8 = IsWindows8OrLater();
-    const struct {
-        int kind;
-        const std::type_info* type;  // null: no object for this kind
-        const char* enable;
-    } expected[] = {
-        {actions::RunKey, windows8 ? &typeid(actions::CWin8RunKeyAppsActions) : &typeid(actions::CRunKeyAppsActions),
-         windows8 ? "CWin8RunKeyAppsActions::Enable" : "CRunKeyAppsActions::Enable"},
-        {actions::StartupFolder,
-         windows8 ? &typeid(actions::CWin8StartupFolderActions) : &typeid(actions::CStartupFolderActions),
-         windows8 ? "CWin8StartupFolderActions::Enable" : "CStartupFolderActions::Enable"},
-        {actions::StoreApp, windows8 ? &typeid(actions::MicrosoftStoreAppsActions) : nullptr,
-         "MicrosoftStoreAppsActions::Enable"},
-    };
-    ScratchStore store;
-    std::unique_ptr<actions::StartupAppsActionExec> exec;
-    {
-        LogCapture capture;  // one capture at a time: the log library keeps the first file
-        exec = std::make_unique<actions::StartupAppsActionExec>();
-        EXPECT_EQ(CountLines(capture.Lines(), "StartupAppsActionExec::StartupAppsActionExec",
-                             windows8 ? "Windows8OrGreater" : "bellow Windows8"),
-                  1u);
-    }
-    for (const auto& e : expected) {
-        SCOPED_TRACE(e.kind);
-        actions::IStartupAppsActions* object = (*exec)[e.kind];
-        if (e.type == nullptr) {
-            EXPECT_EQ(object, nullptr);
-            continue;
-        }
-        ASSERT_NE(object, nullptr);
-        EXPECT_EQ(typeid(*object), *e.type);
-        storage::SharedStartupItemList none;
-        LogCapture enableCapture;
-        EXPECT_EQ(exec->Execute(actions::ActionEnable, e.kind, none, false), 0);
-        EXPECT_EQ(CountEntries(enableCapture.Lines(), e.enable), 1u);
-    }
-}
-
-TEST(LegacyDispatch, BelowWindows8FolderItemsComeBackFromQmBkpFolder)
-{
-    if (IsWindows8OrLater()) {
-        GTEST_SKIP() << "the shortcut stays in place on Windows 8 and later";
-    }
-    ScratchStore store;
-    TempDir startup;
-    CreateDirectoryW((startup / L"QmBkpFolder").c_str(), nullptr);
-    WriteFileBytes(startup / L"QmBkpFolder\\App.lnk", "shortcut");
-    storage::SharedStartupItemList items{MakeItem(L"App.lnk", startup.Path(), L"app.exe")};
+    // The class reached for each kind, by its Enable's entry line; empty: no object for the kind.
+    const Strings classes = IsWindows8OrLater() ? Strings{"CWin8RunKeyAppsActions", "CWin8StartupFolderActions",
+                                                          "MicrosoftStoreAppsActions"}
+                                                : Strings{"CRunKeyAppsActions", "CStartupFolderActions", ""};
     actions::StartupAppsActionExec exec;
-    LogCapture capture;
+    for (const int kind : {actions::RunKey, actions::StartupFolder, actions::StoreApp}) {
+        SCOPED_TRACE(kind);
+        storage::SharedStartupItemList none;
+        LogCapture capture;
 
-    EXPECT_EQ(exec.Execute(actions::ActionEnable, actions::StartupFolder, items, false), 0);
+        const int result = exec.Execute(actions::ActionEnable, kind, none, false);
 
-    EXPECT_EQ(ReadFileBytes(startup / L"App.lnk"), "shortcut");
-    const std::string message = "Enable " + Utf8(startup.Path()) + " App.lnk";
-    EXPECT_EQ(CountLines(capture.Lines(), "CStartupFolderActions::Enable", message), 1u);
+        EXPECT_EQ(exec[kind] != nullptr, !classes[kind].empty());
+        EXPECT_EQ(result, classes[kind].empty() ? 31 : 0);
+        EXPECT_EQ(CountMessages(capture.Lines(), "-> " + classes[kind] + "::Enable()"),
+                  classes[kind].empty() ? 0u : 1u);
+    }
 }
 
-} // namespace
+}  // namespace
