@@ -227,6 +227,11 @@ std::optional<DWORD> RunChild(const std::wstring& commandLine, const ChildOption
     writable.push_back(L'\0');
     // The child inherits this process's environment, with the extra entries set meanwhile.
     std::vector<std::unique_ptr<ScopedEnvironment>> environment;
+    auto restoreEnvironment = [&environment] {
+        while (!environment.empty()) {
+            environment.pop_back();  // newest first, so a name given twice gets its old value back
+        }
+    };
     for (const auto& entry : options.environment) {
         const size_t equals = entry.find(L'=');
         environment.push_back(std::make_unique<ScopedEnvironment>(entry.substr(0, equals), entry.substr(equals + 1)));
@@ -238,8 +243,10 @@ std::optional<DWORD> RunChild(const std::wstring& commandLine, const ChildOption
                         CREATE_SUSPENDED, nullptr,
                         options.currentFolder.empty() ? nullptr : options.currentFolder.c_str(),
                         &startup, &process)) {
+        restoreEnvironment();
         return std::nullopt;
     }
+    restoreEnvironment();
     support::UniqueHandle processHandle(process.hProcess);
     support::UniqueHandle threadHandle(process.hThread);
     AssignProcessToJobObject(job.get(), process.hProcess);
