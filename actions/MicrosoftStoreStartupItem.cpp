@@ -65,7 +65,7 @@ DWORD MicrosoftStoreStartupItem::Enable(const storage::StartupItem& item)
 {
     logging::ScopeTrace trace(L"MicrosoftStoreStartupItem::Enable");
     const wchar_t* function = trace.FunctionName();
-    QM_LOG_INFO(function, L"%s %s", item.Path.c_str(), item.Name.c_str());
+    QM_LOG_TRACE(function, L"%s %s", item.Path.c_str(), item.Name.c_str());
     DWORD state = 0;
     const DWORD read = GetItemRegValue(HKEY_CLASSES_ROOT, item.Path.c_str(), state);
     if (read != ERROR_SUCCESS) {
@@ -89,7 +89,7 @@ DWORD MicrosoftStoreStartupItem::Disable(const storage::StartupItem& item)
 {
     logging::ScopeTrace trace(L"MicrosoftStoreStartupItem::Disable");
     const wchar_t* function = trace.FunctionName();
-    QM_LOG_INFO(function, L"%s %s", item.Path.c_str(), item.Name.c_str());
+    QM_LOG_TRACE(function, L"%s %s", item.Path.c_str(), item.Name.c_str());
     DWORD state = 0;
     if (GetItemRegValue(HKEY_CLASSES_ROOT, item.Path.c_str(), state) != ERROR_SUCCESS) {
         QM_LOG_ERROR(function, L"GetItemRegValue failed 0x%x", GetLastError());

@@ -35,28 +35,43 @@ void WriteStateWord(BYTE* data, DWORD state)
     std::memcpy(data, &state, sizeof state);
 }
 
-// Common start of Enable and Disable: the argument dump and the value's location.
-DWORD LocateValue(const storage::StartupItem& item, const std::uint32_t& kind, const wchar_t* function,
-                  HKEY& root, std::wstring& subKey)
+// Where an item's approved value lives and what it held when read.
+struct ApprovedValue {
+    HKEY root = nullptr;
+    std::wstring subKey;
+    BYTE data[Win8StartupItem::kBufferBytes] = {};
+    DWORD length = Win8StartupItem::kBufferBytes;
+    DWORD readStatus = ERROR_SUCCESS;
+};
+
+// Common start of Enable and Disable: the argument dump, the value's location (a failure there
+// is the result) and the read, whose status is left to the caller.
+DWORD ReadApproved(const storage::StartupItem& item, const std::uint32_t& kind, const wchar_t* function,
+                   ApprovedValue& value)
 {
     QM_LOG_TRACE(function, L"%s %s", item.Path.c_str(), item.Name.c_str());
-    if (!Win8StartupItem::GetItemRegKey(item, kind, root, subKey)) {
+    if (!Win8StartupItem::GetItemRegKey(item, kind, value.root, value.subKey)) {
         QM_LOG_ERROR(function, L"GetItemRegKey failed");
         return ERROR_GEN_FAILURE;
     }
-    if (root == nullptr) {
+    if (value.root == nullptr) {
         QM_LOG_ERROR(function, L"null parent key");
         return ERROR_GEN_FAILURE;
+    }
+    value.readStatus = Win8StartupItem::GetItemRegValue(value.root, value.subKey.c_str(), item.Name.c_str(),
+                                                        value.data, value.length);
+    if (value.readStatus != ERROR_SUCCESS) {
+        QM_LOG_ERROR(function, L"GetItemRegValue failed 0x%x", GetLastError());
     }
     return ERROR_SUCCESS;
 }
 
 // Puts the new state word in front of the bytes read and writes them back at the length read.
-DWORD WriteState(HKEY root, const std::wstring& subKey, const storage::StartupItem& item, BYTE* data,
-                 DWORD length, DWORD state, const wchar_t* function)
+DWORD WriteState(ApprovedValue& value, const storage::StartupItem& item, DWORD state, const wchar_t* function)
 {
-    WriteStateWord(data, state);
-    const DWORD written = Win8StartupItem::SetItemRegValue(root, subKey.c_str(), item.Name.c_str(), data, length);
+    WriteStateWord(value.data, state);
+    const DWORD written = Win8StartupItem::SetItemRegValue(value.root, value.subKey.c_str(), item.Name.c_str(),
+                                                           value.data, value.length);
     if (written != ERROR_SUCCESS) {
         QM_LOG_ERROR(function, L"SetItemRegValue failed 0x%x", GetLastError());
     }
@@ -165,52 +180,40 @@ DWORD Win8StartupItem::Enable(const storage::StartupItem& item, const std::uint3
 {
     logging::ScopeTrace trace(L"Win8StartupItem::Enable");
     const wchar_t* function = trace.FunctionName();
-    HKEY root = nullptr;
-    std::wstring subKey;
-    if (const DWORD located = LocateValue(item, kind, function, root, subKey); located != ERROR_SUCCESS) {
+    ApprovedValue value;
+    if (const DWORD located = ReadApproved(item, kind, function, value); located != ERROR_SUCCESS) {
         return located;
     }
-    BYTE data[kBufferBytes] = {};
-    DWORD length = kBufferBytes;
-    const DWORD read = GetItemRegValue(root, subKey.c_str(), item.Name.c_str(), data, length);
-    if (read != ERROR_SUCCESS) {
-        QM_LOG_ERROR(function, L"GetItemRegValue failed 0x%x", GetLastError());
-        return read;
+    if (value.readStatus != ERROR_SUCCESS) {
+        return value.readStatus;
     }
-    const DWORD state = length == 0 ? 0 : ReadStateWord(data);
+    const DWORD state = value.length == 0 ? 0 : ReadStateWord(value.data);
     if (state == 0 || state == 2) {
         QM_LOG_INFO(function, L"item is enabled");
         return ERROR_SUCCESS;
     }
-    return WriteState(root, subKey, item, data, length, state == 1 ? 0 : 2, function);
+    return WriteState(value, item, state == 1 ? 0 : 2, function);
 }
 
 DWORD Win8StartupItem::Disable(const storage::StartupItem& item, const std::uint32_t& kind)
 {
     logging::ScopeTrace trace(L"Win8StartupItem::Disable");
     const wchar_t* function = trace.FunctionName();
-    HKEY root = nullptr;
-    std::wstring subKey;
-    if (const DWORD located = LocateValue(item, kind, function, root, subKey); located != ERROR_SUCCESS) {
+    ApprovedValue value;
+    if (const DWORD located = ReadApproved(item, kind, function, value); located != ERROR_SUCCESS) {
         return located;
     }
-    BYTE data[kBufferBytes] = {};
-    DWORD length = kBufferBytes;
-    const DWORD read = GetItemRegValue(root, subKey.c_str(), item.Name.c_str(), data, length);
-    if (read != ERROR_SUCCESS) {
-        QM_LOG_ERROR(function, L"GetItemRegValue failed 0x%x", GetLastError());
-    }
-    if (read != ERROR_SUCCESS || length == 0) {
+    if (value.readStatus != ERROR_SUCCESS || value.length == 0) {
         // Nothing usable recorded: start from a fresh value, state word and timestamp zero.
-        std::memset(data, 0, sizeof data);
-        length = kFreshValueBytes;
+        std::memset(value.data, 0, sizeof value.data);
+        value.length = kFreshValueBytes;
     }
-    const DWORD state = ReadStateWord(data);
+    const DWORD state = ReadStateWord(value.data);
     if (state == 1 || state == 3) {
         QM_LOG_INFO(function, L"item is disabled");
         return ERROR_SUCCESS;
     }
-    return WriteState(root, subKey, item, data, length, state == 0 ? 1 : 3, function);
+    return WriteState(value, item, state == 0 ? 1 : 3, function);
 }
 
 } // namespace actions

@@ -1,6 +1,7 @@
 #include "launcher/CommandLine.h"
 
 #include "support/Handles.h"
+#include "support/ProgramFolder.h"
 
 #include <windows.h>
 #include <shellapi.h>
@@ -45,23 +46,6 @@ std::wstring RoamingAppDataFolder()
         return {};
     }
     return buffer.data();
-}
-
-// The program's own folder with its final backslash, or empty.
-std::wstring ProgramFolder()
-{
-    std::vector<wchar_t> buffer(kPathBufferChars);
-    const DWORD length = GetModuleFileNameW(nullptr, buffer.data(), kPathBufferChars);
-    if (length == 0 || length >= kPathBufferChars) {
-        return {};
-    }
-    std::wstring path(buffer.data(), length);
-    const size_t lastSlash = path.rfind(L'\\');
-    if (lastSlash == std::wstring::npos) {
-        return {};
-    }
-    path.resize(lastSlash + 1);
-    return path;
 }
 
 // The number at the start of text, read the way _wtoi64 documents it: leading blanks, an
@@ -152,7 +136,7 @@ std::wstring BuildStoragePath(const std::wstring& userFolder)
         CreateFolderTree(path);  // a failure shows later, when the store cannot open its file
     } else {
         // Neither folder is known: the store lies beside the program, and nothing is created.
-        path = ProgramFolder();
+        path = support::ProgramFolder();
     }
     // With no folder at all the file name stands alone, relative to the current folder.
     if (!path.empty()) {

@@ -1,6 +1,7 @@
 #include "support/ProductInfo.h"
 
 #include "support/Handles.h"
+#include "support/ProgramFolder.h"
 
 #include <shlwapi.h>
 
@@ -12,24 +13,14 @@ namespace support {
 
 namespace {
 
-constexpr DWORD kPathBufferChars = 32767;
 constexpr DWORD kStatusInvalidCRuntimeParameter = 0xC0000417;
 
 ProductInfoConnection g_connection;
 
-// The library's full path: the program's own folder and "qmsvccfg.dll". Empty when the
-// program's name cannot be read.
+// The program's own folder and "qmsvccfg.dll" (the bare name when the folder is unknown).
 std::wstring LibraryPathBesideProgram()
 {
-    std::vector<wchar_t> buffer(kPathBufferChars);
-    const DWORD length = GetModuleFileNameW(nullptr, buffer.data(), kPathBufferChars);
-    if (length == 0 || length >= kPathBufferChars) {
-        return {};
-    }
-    std::wstring path(buffer.data(), length);
-    const size_t lastSlash = path.rfind(L'\\');
-    path.erase(lastSlash == std::wstring::npos ? 0 : lastSlash + 1);
-    return path + L"qmsvccfg.dll";
+    return ProgramFolder() + L"qmsvccfg.dll";
 }
 
 HMODULE LoadServiceConfiguration()

@@ -10,10 +10,10 @@
 
 namespace doubles {
 
-inline void Record(const std::wstring& text)
+inline void Record(const std::wstring& text, const wchar_t* fileVariable = L"QMSUITE_RECORD")
 {
     wchar_t path[32768];
-    const DWORD length = GetEnvironmentVariableW(L"QMSUITE_RECORD", path, 32768);
+    const DWORD length = GetEnvironmentVariableW(fileVariable, path, 32768);
     if (length == 0 || length >= 32768) {
         return;
     }

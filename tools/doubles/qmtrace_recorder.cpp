@@ -2,6 +2,7 @@
 // file named by QMTRACE_RECORD, so that a test can see what the facade loaded, called and
 // unloaded, and in what order. Built twice: with every export, and with LogWrite alone.
 #include "support/LogApi.h"
+#include "tools/doubles/SuiteRecord.h"
 
 #include <cstdio>
 #include <string>
@@ -11,25 +12,7 @@ namespace {
 
 void Record(const std::wstring& text)
 {
-    wchar_t path[32768];
-    const DWORD length = GetEnvironmentVariableW(L"QMTRACE_RECORD", path, 32768);
-    if (length == 0 || length >= 32768) {
-        return;
-    }
-    const std::wstring line = text + L"\n";
-    const int size = WideCharToMultiByte(CP_UTF8, 0, line.data(), static_cast<int>(line.size()),
-                                         nullptr, 0, nullptr, nullptr);
-    std::string bytes(static_cast<size_t>(size), '\0');
-    WideCharToMultiByte(CP_UTF8, 0, line.data(), static_cast<int>(line.size()), bytes.data(), size,
-                        nullptr, nullptr);
-    HANDLE file = CreateFileW(path, FILE_APPEND_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
-                              OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
-    if (file == INVALID_HANDLE_VALUE) {
-        return;
-    }
-    DWORD written = 0;
-    WriteFile(file, bytes.data(), static_cast<DWORD>(bytes.size()), &written, nullptr);
-    CloseHandle(file);
+    doubles::Record(text, L"QMTRACE_RECORD");
 }
 
 [[maybe_unused]] std::wstring Widen(const char* text)
