@@ -65,19 +65,6 @@ TEST(ScopeTrace, LongQualifiedNameIsCutTo258BeforeTheParentheses)
     EXPECT_EQ(std::wstring(trace.FunctionName()), std::wstring(260, L'n'));
 }
 
-TEST(ScopeTrace, EntryLineIsWrittenEvenWhenNobodyHoldsLogging)
-{
-    TempDir dir;
-    ScopedEnvironment target(L"QMTRACE_LOG", dir / L"unheld.log");
-    ASSERT_FALSE(logging::IsActive());
-    {
-        logging::ScopeTrace trace(L"Unheld::Scope");
-    }
-    const auto lines = ReadLog(dir / L"unheld.log");
-    ASSERT_EQ(lines.size(), 2u);
-    EXPECT_EQ(lines[0].message, "-> Unheld::Scope()");
-}
-
 int g_evaluations = 0;
 const wchar_t* Counted()
 {
