@@ -2,9 +2,7 @@
 
 #include "actions/HiveNames.h"
 #include "actions/SwitchedItemLoops.h"
-#include "storage/StartupItemsStorage.h"
 #include "support/Handles.h"
-#include "support/LogDLL.h"
 #include "support/ScopeTrace.h"
 
 #include <cwchar>
@@ -14,27 +12,20 @@ namespace actions {
 
 namespace {
 
-// Disable and Delay differ only in their texts and section: the value goes, and comes back
-// when the store will not record it, so that no entry is lost without a saved record.
-int RemoveItems(const wchar_t* function, const wchar_t* verb, const char* section,
-                storage::SharedStartupItemList& items, bool save)
+// Disable and Delay take the value out; it comes back when the store will not record it, so
+// that no entry is lost without a saved record. The switch-off loop is the one shared with the
+// locations switched by a state value.
+DWORD TakeValueOut(const storage::StartupItem& item)
 {
-    int result = kActionSucceeded;
-    for (const auto& item : items) {
-        QM_LOG_INFO(function, verb, item->Path.c_str(), item->Name.c_str());
-        bool succeeded = !HasEmptyField(*item) && CRunKeyAppsActions::RemoveFromRegistry(*item) == ERROR_SUCCESS;
-        if (succeeded && save &&
-            storage::CStartupItemsStorage::Instance().SaveStartupItems(*item, section) != ERROR_SUCCESS) {
-            CRunKeyAppsActions::RollbackToRegistry(*item);
-            succeeded = false;
-        }
-        if (!succeeded) {
-            QM_LOG_ERROR(function, L"FAILED %s", item->Path.c_str());
-            result = kActionFailed;
-        }
-    }
-    return result;
+    return static_cast<DWORD>(CRunKeyAppsActions::RemoveFromRegistry(item));
 }
+
+DWORD PutValueBack(const storage::StartupItem& item)
+{
+    return static_cast<DWORD>(CRunKeyAppsActions::RollbackToRegistry(item));
+}
+
+const ItemSwitch kRunValue = {&TakeValueOut, &PutValueBack, L"RollbackToRegistry FAILED %s"};
 
 } // namespace
 
@@ -94,37 +85,22 @@ LSTATUS CRunKeyAppsActions::WriteRegistryValue(HKEY root, const wchar_t* keyPath
 int CRunKeyAppsActions::Disable(storage::SharedStartupItemList& items, bool save)
 {
     logging::ScopeTrace trace(L"CRunKeyAppsActions::Disable");
-    return RemoveItems(trace.FunctionName(), L"Disable %s %s", storage::kDisabledSection, items, save);
+    return SwitchOffItems(trace.FunctionName(), L"Disable %s %s", storage::kDisabledSection, kRunValue, items, save);
 }
 
 int CRunKeyAppsActions::Delay(storage::SharedStartupItemList& items, bool save)
 {
     logging::ScopeTrace trace(L"CRunKeyAppsActions::Delay");
-    return RemoveItems(trace.FunctionName(), L"Delay %s %s", storage::kDelayedSection, items, save);
+    return SwitchOffItems(trace.FunctionName(), L"Delay %s %s", storage::kDelayedSection, kRunValue, items, save);
 }
 
 int CRunKeyAppsActions::Enable(storage::SharedStartupItemList& items, bool save)
 {
+    // An item with an empty field is skipped without failing; with save the whole list leaves
+    // both sections, failed items included.
     logging::ScopeTrace trace(L"CRunKeyAppsActions::Enable");
-    const wchar_t* function = trace.FunctionName();
-    int result = kActionSucceeded;
-    for (const auto& item : items) {
-        QM_LOG_INFO(function, L"Enable %s %s", item->Path.c_str(), item->Name.c_str());
-        if (HasEmptyField(*item)) {
-            continue;  // nothing to write back; not a failure
-        }
-        if (RollbackToRegistry(*item) != ERROR_SUCCESS) {
-            QM_LOG_ERROR(function, L"RollbackToRegistry FAILED %s", item->Path.c_str());
-            result = kActionFailed;
-        }
-    }
-    if (save) {
-        // The whole list, failed items included: an entry that cannot come back is not kept.
-        auto& store = storage::CStartupItemsStorage::Instance();
-        store.RemoveStartupItems(items, storage::kDisabledSection);
-        store.RemoveStartupItems(items, storage::kDelayedSection);
-    }
-    return result;
+    return SwitchOnItems(trace.FunctionName(), storage::kDisabledSection, storage::kDelayedSection, kRunValue,
+                         items, save);
 }
 
 int CRunKeyAppsActions::Check(const storage::StartupItem& item)
