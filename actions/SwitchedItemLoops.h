@@ -1,6 +1,7 @@
-// The item loops shared by the locations whose entries stay in place and are switched on and
-// off by a state value (StartupApproved on Windows 8 and later, Store app task state): switch,
-// record in the store, and switch back when the store refuses the item.
+// The item loops shared by the startup locations whose entries are switched off and back on one
+// item at a time: StartupApproved values (Windows 8 and later), Store app task state, and Run
+// values taken out of their key below Windows 8. Switch, record in the store, and switch back
+// when the store refuses the item.
 #pragma once
 
 #include "storage/StartupItem.h"
