@@ -22,6 +22,16 @@ struct LocalFreer {
 };
 
 using UniqueHKey = std::unique_ptr<std::remove_pointer_t<HKEY>, RegKeyCloser>;
+
+// Opens root\subKey straight into its owner, so that no raw HKEY is ever left to close. The
+// owner is emptied first and stays empty when the open fails.
+inline LSTATUS OpenKey(HKEY root, const wchar_t* subKey, REGSAM access, UniqueHKey& key)
+{
+    HKEY opened = nullptr;
+    const LSTATUS status = RegOpenKeyExW(root, subKey, 0, access, &opened);
+    key.reset(status == ERROR_SUCCESS ? opened : nullptr);
+    return status;
+}
 using UniqueModule = std::unique_ptr<std::remove_pointer_t<HMODULE>, ModuleFreer>;
 // For handles whose invalid value is null (processes, threads, semaphores, mappings).
 using UniqueHandle = std::unique_ptr<void, HandleCloser>;
