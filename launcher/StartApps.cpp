@@ -20,9 +20,11 @@ bool WithinTimeLimit(const storage::StartupItem& item, std::int64_t timeLimit)
     return timeLimit == 0 || item.ChangedTime <= timeLimit;
 }
 
-// Starts every item of one delayed section whose target its location object still finds.
-void StartSection(storage::CStartupItemsStorage& store, const actions::StartupAppsActionExec& exec,
-                  const char* section, int kind, std::int64_t timeLimit, storage::StartupItemList& items)
+// Decides for every item of one delayed section; the target is checked by the item's location
+// object only when the time bound lets the item through.
+void WalkSection(storage::CStartupItemsStorage& store, const actions::StartupAppsActionExec& exec,
+                 const char* section, int kind, std::int64_t timeLimit, storage::StartupItemList& items,
+                 const StartStep& step)
 {
     store.LoadStartupItems(section, items);  // a failed load leaves the list empty
     actions::IStartupAppsActions* location = exec[kind];
@@ -30,26 +32,39 @@ void StartSection(storage::CStartupItemsStorage& store, const actions::StartupAp
         return;
     }
     for (const auto& item : items) {
-        if (WithinTimeLimit(item, timeLimit) && location->Check(item) == actions::kActionSucceeded) {
-            StartApp(item.Cmd);
+        if (!WithinTimeLimit(item, timeLimit)) {
+            step(item, section, StartDecision::AfterTimeLimit);
+        } else if (location->Check(item) == actions::kActionSucceeded) {
+            step(item, section, StartDecision::Start);
+        } else {
+            step(item, section, StartDecision::CheckFailed);
         }
     }
 }
 
 } // namespace
 
-bool StartApps(std::int64_t timeLimit)
+void WalkDelayedItems(std::int64_t timeLimit, const StartStep& step)
 {
-    logging::ScopeTrace trace(L"StartApps");
     auto& store = storage::CStartupItemsStorage::Instance();
     actions::StartupAppsActionExec exec;
     storage::StartupItemList items;
-    // Registry items first, then Startup-folder items, one right after the other: the user is
-    // waiting at logon, so there is no pause between starts.
-    StartSection(store, exec, storage::kDelayedSection, actions::RunKey, timeLimit, items);
+    // Registry items first, then Startup-folder items.
+    WalkSection(store, exec, storage::kDelayedSection, actions::RunKey, timeLimit, items, step);
     items.clear();
-    StartSection(store, exec, storage::kStartupDelayedSection, actions::StartupFolder, timeLimit, items);
+    WalkSection(store, exec, storage::kStartupDelayedSection, actions::StartupFolder, timeLimit, items, step);
     items.clear();
+}
+
+bool StartApps(std::int64_t timeLimit)
+{
+    logging::ScopeTrace trace(L"StartApps");
+    // One start right after the other: the user is waiting at logon, so there is no pause.
+    WalkDelayedItems(timeLimit, [](const storage::StartupItem& item, const char*, StartDecision decision) {
+        if (decision == StartDecision::Start) {
+            StartApp(item.Cmd);
+        }
+    });
     return true;
 }
 
