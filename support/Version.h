@@ -13,5 +13,9 @@
         MORROWGATE_VERSION_MINOR) "." MORROWGATE_STRINGIZE(MORROWGATE_VERSION_PATCH) "." \
         MORROWGATE_STRINGIZE(MORROWGATE_VERSION_BUILD)
 
+// A narrow string literal made wide, for the programs' own texts.
+#define MORROWGATE_WIDE2(x) L##x
+#define MORROWGATE_WIDE(x) MORROWGATE_WIDE2(x)
+
 #define MORROWGATE_COMPANY "Quillmark"
 #define MORROWGATE_PRODUCT "Dawnstep"
