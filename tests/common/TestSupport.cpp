@@ -238,8 +238,23 @@ std::optional<DWORD> RunChild(const std::wstring& commandLine, const ChildOption
     }
     STARTUPINFOW startup{};
     startup.cb = sizeof startup;
+    SECURITY_ATTRIBUTES inheritable{sizeof inheritable, nullptr, TRUE};
+    auto openOutput = [&inheritable](const std::wstring& path) {
+        return support::UniqueFile(path.empty() ? INVALID_HANDLE_VALUE
+                                                : CreateFileW(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ, &inheritable,
+                                                              CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
+    };
+    const support::UniqueFile output = openOutput(options.outputFile);
+    const support::UniqueFile error = openOutput(options.errorFile);
+    const bool redirect = output || error;
+    if (redirect) {
+        startup.dwFlags = STARTF_USESTDHANDLES;
+        startup.hStdInput = GetStdHandle(STD_INPUT_HANDLE);
+        startup.hStdOutput = output ? output.get() : GetStdHandle(STD_OUTPUT_HANDLE);
+        startup.hStdError = error ? error.get() : GetStdHandle(STD_ERROR_HANDLE);
+    }
     PROCESS_INFORMATION process{};
-    if (!CreateProcessW(nullptr, writable.data(), nullptr, nullptr, FALSE,
+    if (!CreateProcessW(nullptr, writable.data(), nullptr, nullptr, redirect,
                         CREATE_SUSPENDED, nullptr,
                         options.currentFolder.empty() ? nullptr : options.currentFolder.c_str(),
                         &startup, &process)) {

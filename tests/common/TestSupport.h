@@ -82,6 +82,8 @@ struct ChildOptions {
     std::vector<std::wstring> environment;   // NAME=VALUE entries added to the inherited block
     DWORD timeoutMs = 60000;
     bool waitForDescendants = false;
+    std::wstring outputFile;                 // standard output goes here when set
+    std::wstring errorFile;                  // standard error goes here when set
 };
 std::optional<DWORD> RunChild(const std::wstring& commandLine, const ChildOptions& options = {});
 

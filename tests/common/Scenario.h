@@ -1,0 +1,110 @@
+// End-to-end scenarios: a row names the Windows generation it runs under, sets up the world
+// before (registry values, files, store bytes), runs Morrowgate.exe or mgctl.exe one or more
+// times and checks the world after each run (registry, files, store, the programs started, the
+// output and the exit code). Everything is real: the prefix's registry, Startup folders, the
+// user's Storage.json and real child processes. Names the rows create start with "e2e", so that
+// the runner can clear them before and after each row.
+#pragma once
+
+#include <windows.h>
+
+#include <cstdint>
+#include <functional>
+#include <ostream>
+#include <string>
+#include <vector>
+
+namespace scenario {
+
+enum Generation { Win7 = 1, Win10 = 2, Both = 3 };
+
+// What the facts of a row see and change.
+struct Context {
+    bool windows10 = false;
+    std::wstring folder;               // the programs under test and qmtrace.dll
+    std::wstring launcher, mgctl;      // their paths, named for this generation
+    std::wstring log, record, out, err;
+    std::wstring store;                // the user's Storage.json
+    std::vector<std::function<void()>> cleanups;  // run when the row ends
+
+    std::wstring Read(const std::wstring& path) const;  // a file as UTF-8 made wide
+    std::vector<std::string> Started() const;           // sorted tags of the programs started
+};
+
+// Sets up the world (before a run) or checks it (after a run, with GoogleTest assertions).
+using Fact = std::function<void(Context&)>;
+
+struct Run {
+    bool launcher = false;  // Morrowgate.exe, else mgctl.exe
+    std::wstring arguments;
+    DWORD exitCode = 0;
+    std::vector<Fact> after;
+};
+
+struct Scenario {
+    std::string name;
+    Generation generation = Both;
+    std::vector<Fact> before;
+    std::vector<Run> runs;
+};
+
+// GoogleTest prints a row by its name.
+inline void PrintTo(const Scenario& row, std::ostream* out)
+{
+    *out << row.name;
+}
+
+inline Run Mgctl(std::wstring arguments, DWORD exitCode, std::vector<Fact> after = {})
+{
+    return {false, std::move(arguments), exitCode, std::move(after)};
+}
+inline Run Logon(std::wstring arguments, DWORD exitCode, std::vector<Fact> after = {})
+{
+    return {true, std::move(arguments), exitCode, std::move(after)};
+}
+
+// Runs one row in a fresh world and clears it again; the process must see the row's generation.
+void Execute(const Scenario& row);
+
+// The rows of a table that run under the generation this process sees, for INSTANTIATE_TEST_SUITE_P.
+std::vector<Scenario> ForThisGeneration(const std::vector<Scenario>& rows);
+
+// Locations.
+enum RunKey { Hkcu, Hklm, Hklm32 };
+enum Folder { UserStartup, CommonStartup };
+HKEY RootOf(RunKey key);
+const wchar_t* KeyOf(RunKey key);  // the key below its root
+std::wstring FolderOf(Folder folder);
+std::wstring Recorder(const std::wstring& tag);  // a command that notes the tag when it runs
+
+// Facts that set up.
+Fact RunValue(RunKey key, std::wstring name, std::wstring command, DWORD type = REG_SZ);
+Fact Shortcut(Folder folder, std::wstring name, std::wstring tag);  // a .lnk starting the recorder
+Fact File(Folder folder, std::wstring name, std::string bytes);
+Fact StoreBytes(std::string bytes);
+Fact StoreIsAFolder();
+Fact Task(std::wstring task, DWORD state);      // a Store app task of the package e2ePackage
+Fact DenyWrites(HKEY root, std::wstring key);   // until the row ends
+// The entry switched itself back on: the value or file is back, or its approved value says on.
+Fact SwitchedBackOn(RunKey key, std::wstring name, std::wstring command);
+
+// Facts that check.
+Fact HasValue(RunKey key, std::wstring name, std::wstring command, DWORD type = REG_SZ);
+Fact NoValue(RunKey key, std::wstring name);
+Fact LaunchedAtLogon(RunKey key, std::wstring name, std::wstring command);  // value there, approved on
+Fact OffAtLogon(RunKey key, std::wstring name);   // value gone (Windows 7) or approved off
+Fact HasFile(Folder folder, std::wstring name);
+Fact OffAtLogon(Folder folder, std::wstring name);  // in the backup folder, or approved off
+Fact OnAtLogon(Folder folder, std::wstring name);   // back in the folder, approved on
+Fact Saved(std::string where, std::wstring name, size_t count = 1);  // where: "user/Delayed"
+Fact NotSaved(std::wstring name);
+Fact TaskState(std::wstring task, DWORD state);
+Fact Started(std::vector<std::string> tags);
+Fact Out(std::wstring text);  // the output contains text
+Fact Err(std::wstring text);
+Fact LauncherValue();         // HKCU Run "Morrowgate" names the launcher beside mgctl
+// The JSON array of the output holds an object with this id whose field serialises as json.
+Fact Json(std::wstring id, std::string field, std::string json);
+Fact JsonIds(std::vector<std::wstring> ids);  // the ids holding "\e2e", in order
+
+} // namespace scenario
