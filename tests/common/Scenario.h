@@ -22,13 +22,10 @@ enum Generation { Win7 = 1, Win10 = 2, Both = 3 };
 struct Context {
     bool windows10 = false;
     std::wstring folder;               // the programs under test and qmtrace.dll
-    std::wstring launcher, mgctl;      // their paths, named for this generation
+    std::wstring launcher, mgctl;      // their paths
     std::wstring log, record, out, err;
     std::wstring store;                // the user's Storage.json
     std::vector<std::function<void()>> cleanups;  // run when the row ends
-
-    std::wstring Read(const std::wstring& path) const;  // a file as UTF-8 made wide
-    std::vector<std::string> Started() const;           // sorted tags of the programs started
 };
 
 // Sets up the world (before a run) or checks it (after a run, with GoogleTest assertions).
@@ -81,30 +78,34 @@ std::wstring Recorder(const std::wstring& tag);  // a command that notes the tag
 Fact RunValue(RunKey key, std::wstring name, std::wstring command, DWORD type = REG_SZ);
 Fact Shortcut(Folder folder, std::wstring name, std::wstring tag);  // a .lnk starting the recorder
 Fact File(Folder folder, std::wstring name, std::string bytes);
-Fact StoreBytes(std::string bytes);
+struct StoredItem {
+    std::string name, command, path;
+    double changedTime;
+};
+// Storage.json holding exactly these items in one section ("user/Delayed"); "{}" without items.
+Fact Store(std::string where, std::vector<StoredItem> items);
 Fact StoreIsAFolder();
 Fact Task(std::wstring task, DWORD state);      // a Store app task of the package e2ePackage
 Fact DenyWrites(HKEY root, std::wstring key);   // until the row ends
-// The entry switched itself back on: the value or file is back, or its approved value says on.
+// The entry switched itself back on: its value is back, or its approved value says on.
 Fact SwitchedBackOn(RunKey key, std::wstring name, std::wstring command);
 
-// Facts that check.
-Fact HasValue(RunKey key, std::wstring name, std::wstring command, DWORD type = REG_SZ);
-Fact NoValue(RunKey key, std::wstring name);
-Fact LaunchedAtLogon(RunKey key, std::wstring name, std::wstring command);  // value there, approved on
-Fact OffAtLogon(RunKey key, std::wstring name);   // value gone (Windows 7) or approved off
-Fact HasFile(Folder folder, std::wstring name);
-Fact OffAtLogon(Folder folder, std::wstring name);  // in the backup folder, or approved off
-Fact OnAtLogon(Folder folder, std::wstring name);   // back in the folder, approved on
+// Facts that check. "On" is what Windows starts at logon: the value or file in its place, and
+// on Windows 8 and later no approved value that says off. "Off" is the opposite: the value gone
+// or the file in the backup folder (Windows 7), or an approved value that says off.
+Fact On(RunKey key, std::wstring name, std::wstring command, DWORD type = REG_SZ);
+Fact Off(RunKey key, std::wstring name);
+Fact On(Folder folder, std::wstring name);
+Fact Off(Folder folder, std::wstring name);
 Fact Saved(std::string where, std::wstring name, size_t count = 1);  // where: "user/Delayed"
 Fact NotSaved(std::wstring name);
 Fact TaskState(std::wstring task, DWORD state);
-Fact Started(std::vector<std::string> tags);
+Fact Started(std::vector<std::string> tags);  // sorted
 Fact Out(std::wstring text);  // the output contains text
 Fact Err(std::wstring text);
-Fact LauncherValue();         // HKCU Run "Morrowgate" names the launcher beside mgctl
-// The JSON array of the output holds an object with this id whose field serialises as json.
-Fact Json(std::wstring id, std::string field, std::string json);
+Fact LauncherRegistered(bool registered);  // HKCU Run "Morrowgate" names the launcher beside mgctl
+// The JSON array of the output holds an object with this id whose fields serialise as given.
+Fact Json(std::wstring id, std::vector<std::pair<std::string, std::string>> fields);
 Fact JsonIds(std::vector<std::wstring> ids);  // the ids holding "\e2e", in order
 
 } // namespace scenario
