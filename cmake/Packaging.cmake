@@ -1,0 +1,16 @@
+# The shipped programs: the build prints their sizes and fails when one is larger than
+# MORROWGATE_SIZE_LIMIT bytes.
+set(MORROWGATE_SIZE_LIMIT 1200000)
+set(shipped_programs "")
+foreach(program IN ITEMS Morrowgate mgctl)
+    if(TARGET ${program})
+        list(APPEND shipped_programs ${program})
+    endif()
+endforeach()
+list(TRANSFORM shipped_programs REPLACE "(.+)" "$<TARGET_FILE:\\1>" OUTPUT_VARIABLE shipped_files)
+add_custom_target(size_check ALL
+    COMMAND ${CMAKE_COMMAND} -DLIMIT=${MORROWGATE_SIZE_LIMIT} -P ${CMAKE_CURRENT_LIST_DIR}/CheckSize.cmake
+            ${shipped_files}
+    DEPENDS ${shipped_programs}
+    VERBATIM)
+
