@@ -1,5 +1,6 @@
 # The shipped programs: the build prints their sizes and fails when one is larger than
-# MORROWGATE_SIZE_LIMIT bytes.
+# MORROWGATE_SIZE_LIMIT bytes. Each program's own CMakeLists.txt installs it into the package
+# (install(TARGETS <program> RUNTIME DESTINATION .)).
 set(MORROWGATE_SIZE_LIMIT 1200000)
 set(shipped_programs "")
 foreach(program IN ITEMS Morrowgate mgctl)
@@ -14,3 +15,9 @@ add_custom_target(size_check ALL
     DEPENDS ${shipped_programs}
     VERBATIM)
 
+# The zip scripts/package copies to dist/: the programs, the README and INSTALL.txt, inside a
+# folder named like the zip, Morrowgate-<version>-win64.
+install(FILES ${PROJECT_SOURCE_DIR}/README.md ${PROJECT_SOURCE_DIR}/INSTALL.txt DESTINATION .)
+set(CPACK_GENERATOR ZIP)
+set(CPACK_PACKAGE_FILE_NAME ${PROJECT_NAME}-${PROJECT_VERSION}-win64)
+include(CPack)
