@@ -10,6 +10,12 @@ namespace ctl {
 
 namespace {
 
+// The shell link's identifiers, defined here rather than taken from libuuid, whose one object
+// holds every identifier of the SDK.
+constexpr CLSID kShellLink = {0x00021401, 0x0000, 0x0000, {0xc0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x46}};
+constexpr IID kShellLinkW = {0x000214f9, 0x0000, 0x0000, {0xc0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x46}};
+constexpr IID kPersistFile = {0x0000010b, 0x0000, 0x0000, {0xc0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x46}};
+
 // Releases a COM interface when it goes.
 template <typename T> class ComPtr {
 public:
@@ -40,12 +46,12 @@ bool IsShortcutName(const std::wstring& name)
 std::wstring ReadShortcutCommand(const std::wstring& path)
 {
     ComPtr<IShellLinkW> link;
-    if (FAILED(CoCreateInstance(CLSID_ShellLink, nullptr,  // not aggregated
-                                CLSCTX_INPROC_SERVER, IID_IShellLinkW, reinterpret_cast<void**>(link.put())))) {
+    if (FAILED(CoCreateInstance(kShellLink, nullptr,  // not aggregated
+                                CLSCTX_INPROC_SERVER, kShellLinkW, reinterpret_cast<void**>(link.put())))) {
         return {};
     }
     ComPtr<IPersistFile> file;
-    if (FAILED(link->QueryInterface(IID_IPersistFile, reinterpret_cast<void**>(file.put()))) ||
+    if (FAILED(link->QueryInterface(kPersistFile, reinterpret_cast<void**>(file.put()))) ||
         FAILED(file->Load(path.c_str(), STGM_READ))) {
         return {};
     }

@@ -41,8 +41,7 @@ struct Programs {
     Programs()
     {
         for (const wchar_t* program : {L"Morrowgate.exe", L"mgctl.exe"}) {
-            SetString(HKEY_CURRENT_USER, std::wstring(L"Software\\Wine\\AppDefaults\\") + program, L"Version",
-                      IsWindows8OrLater() ? L"win10" : L"win7");
+            SetWineVersion(program, IsWindows8OrLater() ? L"win10" : L"win7");
         }
         CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
     }

@@ -393,4 +393,9 @@ bool IsWindows8OrLater()
     return VerifyVersionInfoW(&info, VER_MAJORVERSION | VER_MINORVERSION, mask) != FALSE;
 }
 
+void SetWineVersion(const std::wstring& exeName, const std::wstring& version)
+{
+    SetString(HKEY_CURRENT_USER, L"Software\\Wine\\AppDefaults\\" + exeName, L"Version", version);
+}
+
 } // namespace testing_support

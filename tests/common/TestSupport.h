@@ -135,5 +135,8 @@ std::string Utf8(const std::wstring& text);
 
 // True when the running process sees Windows 8 or later.
 bool IsWindows8OrLater();
+// Wine reports Windows `version` (win7, win10) to programs named exeName: the value that
+// scripts/wine-prefix version writes for the test runs, the demo and the benchmarks.
+void SetWineVersion(const std::wstring& exeName, const std::wstring& version);
 
 } // namespace testing_support

@@ -40,8 +40,7 @@ protected:
         m_program = m_dir / (L"Morrowgate_" + personality + L".exe");
         ASSERT_TRUE(CopyFileW(JoinPath(ProgramFolder(), L"Morrowgate.exe").c_str(), m_program.c_str(), FALSE));
         ASSERT_TRUE(CopyFileW(JoinPath(ProgramFolder(), L"qmtrace.dll").c_str(), (m_dir / L"qmtrace.dll").c_str(), FALSE));
-        SetString(HKEY_CURRENT_USER, L"Software\\Wine\\AppDefaults\\Morrowgate_" + personality + L".exe",
-                  L"Version", personality);
+        SetWineVersion(L"Morrowgate_" + personality + L".exe", personality);
 
         // The user's own store is the one the launcher reads: keep whatever was there.
         m_userStore = UserStorePath();
