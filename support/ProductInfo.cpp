@@ -7,7 +7,6 @@
 
 #include <cwchar>
 #include <string>
-#include <vector>
 
 namespace support {
 
