@@ -15,83 +15,71 @@ namespace {
 // Disable and Delay take the value out; it comes back when the store will not record it, so
 // that no entry is lost without a saved record. The switch-off loop is the one shared with the
 // locations switched by a state value.
-DWORD TakeValueOut(const storage::StartupItem& item)
-{
-    return static_cast<DWORD>(CRunKeyAppsActions::RemoveFromRegistry(item));
-}
-
-DWORD PutValueBack(const storage::StartupItem& item)
-{
-    return static_cast<DWORD>(CRunKeyAppsActions::RollbackToRegistry(item));
-}
-
-const ItemSwitch kRunValue = {&TakeValueOut, &PutValueBack, L"RollbackToRegistry FAILED %s"};
+const ItemSwitch kRunValue = {&CRunKeyAppsActions::RemoveFromRegistry, &CRunKeyAppsActions::RollbackToRegistry,
+                              L"RollbackToRegistry"};
 
 } // namespace
 
-int CRunKeyAppsActions::RemoveFromRegistry(const storage::StartupItem& item)
+DWORD CRunKeyAppsActions::RemoveFromRegistry(const storage::StartupItem& item)
 {
     HKEY root = nullptr;
     std::wstring keyPath;
     if (!SplitRegistryPath(item.Path, root, keyPath)) {
-        return kActionFailed;
+        return ERROR_GEN_FAILURE;
     }
-    return static_cast<int>(DeleteRegistryValue(root, keyPath.c_str(), item.Name.c_str()));
+    return DeleteRegistryValue(root, keyPath.c_str(), item.Name.c_str());
 }
 
-int CRunKeyAppsActions::RollbackToRegistry(const storage::StartupItem& item)
+DWORD CRunKeyAppsActions::RollbackToRegistry(const storage::StartupItem& item)
 {
     HKEY root = nullptr;
     std::wstring keyPath;
     if (!SplitRegistryPath(item.Path, root, keyPath)) {
-        return kActionFailed;
+        return ERROR_GEN_FAILURE;
     }
-    return static_cast<int>(WriteRegistryValue(root, keyPath.c_str(), item.Name.c_str(), item.Cmd.c_str()));
+    return WriteRegistryValue(root, keyPath.c_str(), item.Name.c_str(), item.Cmd.c_str());
 }
 
-LSTATUS CRunKeyAppsActions::DeleteRegistryValue(HKEY root, const wchar_t* keyPath, const wchar_t* name)
+DWORD CRunKeyAppsActions::DeleteRegistryValue(HKEY root, const wchar_t* keyPath, const wchar_t* name)
 {
     if (keyPath == nullptr || name == nullptr) {
         return ERROR_SUCCESS;
     }
-    HKEY opened = nullptr;
+    support::UniqueHKey key;
     // The process's own view: the program is 64-bit, so this is the 64-bit Run key.
-    const LSTATUS openStatus = RegOpenKeyExW(root, keyPath, 0, KEY_WRITE, &opened);
-    if (openStatus != ERROR_SUCCESS) {
-        return openStatus;
+    if (const LSTATUS status = support::OpenKey(root, keyPath, KEY_WRITE, key); status != ERROR_SUCCESS) {
+        return static_cast<DWORD>(status);
     }
-    support::UniqueHKey key(opened);
-    return RegDeleteValueW(key.get(), name);
+    return static_cast<DWORD>(RegDeleteValueW(key.get(), name));
 }
 
-LSTATUS CRunKeyAppsActions::WriteRegistryValue(HKEY root, const wchar_t* keyPath, const wchar_t* name,
-                                               const wchar_t* data)
+DWORD CRunKeyAppsActions::WriteRegistryValue(HKEY root, const wchar_t* keyPath, const wchar_t* name,
+                                             const wchar_t* data)
 {
     if (keyPath == nullptr || name == nullptr || data == nullptr) {
         return ERROR_SUCCESS;
     }
-    HKEY opened = nullptr;
-    // RegOpenKeyW, not RegCreateKeyW: a Run key that has gone meanwhile stays gone.
-    const LSTATUS openStatus = RegOpenKeyW(root, keyPath, &opened);
-    if (openStatus != ERROR_SUCCESS) {
-        return openStatus;
+    support::UniqueHKey key;
+    // What RegOpenKeyW asks for; opened, not created: a Run key that has gone meanwhile stays gone.
+    if (const LSTATUS status = support::OpenKey(root, keyPath, MAXIMUM_ALLOWED, key); status != ERROR_SUCCESS) {
+        return static_cast<DWORD>(status);
     }
-    support::UniqueHKey key(opened);
     // Always REG_SZ, whatever type the value had before it was removed.
     const DWORD bytes = static_cast<DWORD>((wcslen(data) + 1) * sizeof(wchar_t));
-    return RegSetValueExW(key.get(), name, 0, REG_SZ, reinterpret_cast<const BYTE*>(data), bytes);
+    return static_cast<DWORD>(
+        RegSetValueExW(key.get(), name, 0, REG_SZ, reinterpret_cast<const BYTE*>(data), bytes));
 }
 
 int CRunKeyAppsActions::Disable(storage::SharedStartupItemList& items, bool save)
 {
     logging::ScopeTrace trace(L"CRunKeyAppsActions::Disable");
-    return SwitchOffItems(trace.FunctionName(), L"Disable %s %s", storage::kDisabledSection, kRunValue, items, save);
+    return SwitchOffItems(trace.FunctionName(), L"Disable", storage::kDisabledSection, kRunValue, items, save);
 }
 
 int CRunKeyAppsActions::Delay(storage::SharedStartupItemList& items, bool save)
 {
     logging::ScopeTrace trace(L"CRunKeyAppsActions::Delay");
-    return SwitchOffItems(trace.FunctionName(), L"Delay %s %s", storage::kDelayedSection, kRunValue, items, save);
+    return SwitchOffItems(trace.FunctionName(), L"Delay", storage::kDelayedSection, kRunValue, items, save);
 }
 
 int CRunKeyAppsActions::Enable(storage::SharedStartupItemList& items, bool save)

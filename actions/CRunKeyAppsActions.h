@@ -18,15 +18,15 @@ public:
 
     // Deletes the value Name from the key in Path. A Windows status, or 31 when Path is not
     // "<full hive name>\<key path>".
-    static int RemoveFromRegistry(const storage::StartupItem& item);
+    static DWORD RemoveFromRegistry(const storage::StartupItem& item);
     // Writes Cmd back as the REG_SZ value Name into the existing key in Path; same results.
-    static int RollbackToRegistry(const storage::StartupItem& item);
+    static DWORD RollbackToRegistry(const storage::StartupItem& item);
 
     // The two registry operations. Both return 0 without touching the registry when a text
     // argument is null; WriteRegistryValue never creates the key.
-    static LSTATUS DeleteRegistryValue(HKEY root, const wchar_t* keyPath, const wchar_t* name);
-    static LSTATUS WriteRegistryValue(HKEY root, const wchar_t* keyPath, const wchar_t* name,
-                                      const wchar_t* data);
+    static DWORD DeleteRegistryValue(HKEY root, const wchar_t* keyPath, const wchar_t* name);
+    static DWORD WriteRegistryValue(HKEY root, const wchar_t* keyPath, const wchar_t* name,
+                                    const wchar_t* data);
 };
 
 } // namespace actions

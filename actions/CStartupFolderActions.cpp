@@ -82,7 +82,7 @@ int CStartupFolderActions::MoveItemsOut(const wchar_t* function, const wchar_t* 
 {
     int result = kActionSucceeded;
     for (const auto& item : items) {
-        QM_LOG_INFO(function, verb, item->Path.c_str(), item->Name.c_str());
+        QM_LOG_INFO(function, L"%s %s %s", verb, item->Path.c_str(), item->Name.c_str());
         if (!CreateBackupFolderForStartupItem(*item)) {
             QM_LOG_ERROR(function, L"FAILED CreateBackupFolderForStartupItem %s", item->Path.c_str());
             continue;
@@ -109,13 +109,13 @@ int CStartupFolderActions::MoveItemsOut(const wchar_t* function, const wchar_t* 
 int CStartupFolderActions::Disable(storage::SharedStartupItemList& items, bool save)
 {
     logging::ScopeTrace trace(L"CStartupFolderActions::Disable");
-    return MoveItemsOut(trace.FunctionName(), L"Disable %s %s", storage::kStartupDisabledSection, items, save);
+    return MoveItemsOut(trace.FunctionName(), L"Disable", storage::kStartupDisabledSection, items, save);
 }
 
 int CStartupFolderActions::Delay(storage::SharedStartupItemList& items, bool save)
 {
     // Deliberately without a scope trace, unlike Disable and Enable.
-    return MoveItemsOut(L"CStartupFolderActions::Delay", L"Delay %s %s", storage::kStartupDelayedSection, items,
+    return MoveItemsOut(L"CStartupFolderActions::Delay", L"Delay", storage::kStartupDelayedSection, items,
                         save);
 }
 

@@ -20,21 +20,21 @@ DWORD ApproveOn(const storage::StartupItem& item)
     return Win8StartupItem::Enable(item, RunValue);
 }
 
-const ItemSwitch kApproval = {&ApproveOff, &ApproveOn, L"Win8StartupItem::Enable FAILED %s"};
+const ItemSwitch kApproval = {&ApproveOff, &ApproveOn, L"Win8StartupItem::Enable"};
 
 } // namespace
 
 int CWin8RunKeyAppsActions::Disable(storage::SharedStartupItemList& items, bool save)
 {
     logging::ScopeTrace trace(L"CWin8RunKeyAppsActions::Disable");
-    return SwitchOffItems(trace.FunctionName(), L"Disable %s %s", storage::kDisabledSection, kApproval,
+    return SwitchOffItems(trace.FunctionName(), L"Disable", storage::kDisabledSection, kApproval,
                           items, save);
 }
 
 int CWin8RunKeyAppsActions::Delay(storage::SharedStartupItemList& items, bool save)
 {
     logging::ScopeTrace trace(L"CWin8RunKeyAppsActions::Delay");
-    return SwitchOffItems(trace.FunctionName(), L"Delay %s %s", storage::kDelayedSection, kApproval,
+    return SwitchOffItems(trace.FunctionName(), L"Delay", storage::kDelayedSection, kApproval,
                           items, save);
 }
 
@@ -52,15 +52,14 @@ int CWin8RunKeyAppsActions::Check(const storage::StartupItem& item)
     if (!SplitRegistryPath(item.Path, root, keyPath)) {
         return kActionFailed;
     }
-    HKEY opened = nullptr;
-    if (const LSTATUS status = RegOpenKeyExW(root, keyPath.c_str(), 0, KEY_QUERY_VALUE, &opened);
-        status != ERROR_SUCCESS) {
-        return static_cast<int>(status);
+    // A registry status is the result as it is: the Run value must still be there.
+    support::UniqueHKey key;
+    if (const LSTATUS status = support::OpenKey(root, keyPath.c_str(), KEY_QUERY_VALUE, key); status != ERROR_SUCCESS) {
+        return status;
     }
-    support::UniqueHKey key(opened);
     if (const LSTATUS status = RegQueryValueExW(key.get(), item.Name.c_str(), nullptr, nullptr, nullptr, nullptr);
         status != ERROR_SUCCESS) {
-        return static_cast<int>(status);
+        return status;
     }
     return CheckCommandTarget(item.Cmd);
 }

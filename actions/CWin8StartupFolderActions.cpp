@@ -18,21 +18,21 @@ DWORD ApproveOn(const storage::StartupItem& item)
     return Win8StartupItem::Enable(item, FolderShortcut);
 }
 
-const ItemSwitch kApproval = {&ApproveOff, &ApproveOn, L"Win8StartupItem::Enable FAILED %s"};
+const ItemSwitch kApproval = {&ApproveOff, &ApproveOn, L"Win8StartupItem::Enable"};
 
 } // namespace
 
 int CWin8StartupFolderActions::Disable(storage::SharedStartupItemList& items, bool save)
 {
     logging::ScopeTrace trace(L"CWin8StartupFolderActions::Disable");
-    return SwitchOffItems(trace.FunctionName(), L"Disable %s %s", storage::kStartupDisabledSection,
+    return SwitchOffItems(trace.FunctionName(), L"Disable", storage::kStartupDisabledSection,
                           kApproval, items, save);
 }
 
 int CWin8StartupFolderActions::Delay(storage::SharedStartupItemList& items, bool save)
 {
     logging::ScopeTrace trace(L"CWin8StartupFolderActions::Delay");
-    return SwitchOffItems(trace.FunctionName(), L"Delay %s %s", storage::kStartupDelayedSection,
+    return SwitchOffItems(trace.FunctionName(), L"Delay", storage::kStartupDelayedSection,
                           kApproval, items, save);
 }
 

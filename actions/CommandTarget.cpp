@@ -64,20 +64,19 @@ void ToLowerInPlace(std::wstring& text)
     }
 }
 
-bool JoinArgumentsUntilExecutable(wchar_t** argv, int argc, std::wstring& target)
+void JoinArgumentsUntilExecutable(wchar_t** argv, int argc, std::wstring& target)
 {
     target = argv[0];
     if (ContainsExecutableExtension(argv[0])) {
-        return true;
+        return;
     }
     for (int i = 1; i < argc; ++i) {
         target += L' ';
         target += argv[i];
         if (ContainsExecutableExtension(argv[i])) {
-            break;
+            return;
         }
     }
-    return true;
 }
 
 bool ResolveCommandTarget(const wchar_t* commandLine, std::wstring& target)

@@ -11,8 +11,8 @@ namespace actions {
 bool ResolveCommandTarget(const wchar_t* commandLine, std::wstring& target);
 
 // Rebuilds an unquoted path with blanks: joins argv[0..] with single blanks up to and
-// including the first argument that contains ".exe" or ".bat" (case-blind). Always true.
-bool JoinArgumentsUntilExecutable(wchar_t** argv, int argc, std::wstring& target);
+// including the first argument that contains ".exe" or ".bat" (case-blind).
+void JoinArgumentsUntilExecutable(wchar_t** argv, int argc, std::wstring& target);
 
 // Lower-cases each character with the user's default locale.
 void ToLowerInPlace(std::wstring& text);

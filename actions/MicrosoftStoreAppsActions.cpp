@@ -13,7 +13,7 @@ namespace actions {
 namespace {
 
 const ItemSwitch kTaskState = {&MicrosoftStoreStartupItem::Disable, &MicrosoftStoreStartupItem::Enable,
-                               L"MicrosoftStoreStartupItem::Enable FAILED %s"};
+                               L"MicrosoftStoreStartupItem::Enable"};
 
 bool Exists(const std::wstring& path)
 {
@@ -25,14 +25,14 @@ bool Exists(const std::wstring& path)
 int MicrosoftStoreAppsActions::Disable(storage::SharedStartupItemList& items, bool save)
 {
     logging::ScopeTrace trace(L"MicrosoftStoreAppsActions::Disable");
-    return SwitchOffItems(trace.FunctionName(), L"Disable %s %s", storage::kStartupDisabledSection, kTaskState,
+    return SwitchOffItems(trace.FunctionName(), L"Disable", storage::kStartupDisabledSection, kTaskState,
                           items, save);
 }
 
 int MicrosoftStoreAppsActions::Delay(storage::SharedStartupItemList& items, bool save)
 {
     logging::ScopeTrace trace(L"MicrosoftStoreAppsActions::Delay");
-    return SwitchOffItems(trace.FunctionName(), L"Delay %s %s", storage::kStartupDelayedSection, kTaskState,
+    return SwitchOffItems(trace.FunctionName(), L"Delay", storage::kStartupDelayedSection, kTaskState,
                           items, save);
 }
 

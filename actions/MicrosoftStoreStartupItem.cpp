@@ -45,14 +45,12 @@ DWORD MicrosoftStoreStartupItem::SetItemRegValue(HKEY root, const wchar_t* subKe
     if (IsMissing(subKey)) {
         return ERROR_GEN_FAILURE;
     }
-    HKEY opened = nullptr;
-    const LSTATUS openStatus = RegOpenKeyExW(root, subKey, 0, KEY_SET_VALUE, &opened);
-    if (openStatus != ERROR_SUCCESS) {
+    support::UniqueHKey key;
+    if (const LSTATUS status = support::OpenKey(root, subKey, KEY_SET_VALUE, key); status != ERROR_SUCCESS) {
         // The message promises a create, but a task key that is gone is left gone.
         QM_LOG_ERROR(kSetFunction, L"failed open %s %s, try create", HiveName(root), subKey);
-        return static_cast<DWORD>(openStatus);
+        return static_cast<DWORD>(status);
     }
-    support::UniqueHKey key(opened);
     const LSTATUS status =
         RegSetValueExW(key.get(), kStateValue, 0, REG_DWORD, reinterpret_cast<const BYTE*>(&state), sizeof state);
     if (status != ERROR_SUCCESS) {

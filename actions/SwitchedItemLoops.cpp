@@ -34,7 +34,7 @@ int SwitchOffItems(const wchar_t* function, const wchar_t* verb, const char* sec
 {
     int result = kActionSucceeded;
     for (const auto& item : items) {
-        QM_LOG_INFO(function, verb, item->Path.c_str(), item->Name.c_str());
+        QM_LOG_INFO(function, L"%s %s %s", verb, item->Path.c_str(), item->Name.c_str());
         bool succeeded = !HasEmptyField(*item) && itemSwitch.turnOff(*item) == ERROR_SUCCESS;
         if (succeeded && save &&
             storage::CStartupItemsStorage::Instance().SaveStartupItems(*item, section) != ERROR_SUCCESS) {
@@ -60,7 +60,7 @@ int SwitchOnItems(const wchar_t* function, const char* disabledSection, const ch
             continue;
         }
         if (itemSwitch.turnOn(*item) != ERROR_SUCCESS) {
-            QM_LOG_ERROR(function, itemSwitch.enableFailure, item->Path.c_str());
+            QM_LOG_ERROR(function, L"%s FAILED %s", itemSwitch.turnOnName, item->Path.c_str());
             result = kActionFailed;
         }
     }

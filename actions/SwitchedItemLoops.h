@@ -10,14 +10,16 @@
 
 namespace actions {
 
+// Both turns return a Windows status.
 struct ItemSwitch {
     DWORD (*turnOff)(const storage::StartupItem& item);  // Disable and Delay
     DWORD (*turnOn)(const storage::StartupItem& item);   // Enable, and the rollback
-    const wchar_t* enableFailure;                        // "<who>::Enable FAILED %s"
+    const wchar_t* turnOnName;                           // in "<turnOnName> FAILED <Path>"
 };
 
-// Disable or Delay: "<verb> %s %s" per item; an item with an empty Name, Path or Cmd fails;
-// with save set each switched item is saved into section, and switched back when that fails.
+// Disable or Delay: "<verb> <Path> <Name>" per item; an item with an empty Name, Path or Cmd
+// fails; with save set each switched item is saved into section, and switched back when that
+// fails.
 int SwitchOffItems(const wchar_t* function, const wchar_t* verb, const char* section,
                    const ItemSwitch& itemSwitch, storage::SharedStartupItemList& items, bool save);
 

@@ -41,13 +41,16 @@ struct ApprovedValue {
     std::wstring subKey;
     BYTE data[Win8StartupItem::kBufferBytes] = {};
     DWORD length = Win8StartupItem::kBufferBytes;
-    DWORD readStatus = ERROR_SUCCESS;
 };
 
-// Common start of Enable and Disable: the argument dump, the value's location (a failure there
-// is the result) and the read, whose status is left to the caller.
+// What a failed read means: Enable gives up, Disable starts from a fresh value.
+enum class ReadFailure { Fails, StartsFresh };
+
+// The common start of Enable and Disable in one step: the argument dump, the value's location
+// and the read. 31 when the value cannot be located; otherwise the read's status, which is
+// success whenever a failed or empty read starts fresh (state word and timestamp zero).
 DWORD ReadApproved(const storage::StartupItem& item, const std::uint32_t& kind, const wchar_t* function,
-                   ApprovedValue& value)
+                   ReadFailure onFailure, ApprovedValue& value)
 {
     QM_LOG_TRACE(function, L"%s %s", item.Path.c_str(), item.Name.c_str());
     if (!Win8StartupItem::GetItemRegKey(item, kind, value.root, value.subKey)) {
@@ -58,11 +61,16 @@ DWORD ReadApproved(const storage::StartupItem& item, const std::uint32_t& kind, 
         QM_LOG_ERROR(function, L"null parent key");
         return ERROR_GEN_FAILURE;
     }
-    value.readStatus = Win8StartupItem::GetItemRegValue(value.root, value.subKey.c_str(), item.Name.c_str(),
-                                                        value.data, value.length);
-    if (value.readStatus != ERROR_SUCCESS) {
+    const DWORD status = Win8StartupItem::GetItemRegValue(value.root, value.subKey.c_str(), item.Name.c_str(),
+                                                          value.data, value.length);
+    if (status != ERROR_SUCCESS) {
         QM_LOG_ERROR(function, L"GetItemRegValue failed 0x%x", GetLastError());
     }
+    if (onFailure == ReadFailure::Fails || (status == ERROR_SUCCESS && value.length != 0)) {
+        return status;
+    }
+    std::memset(value.data, 0, sizeof value.data);
+    value.length = Win8StartupItem::kFreshValueBytes;
     return ERROR_SUCCESS;
 }
 
@@ -130,13 +138,11 @@ DWORD Win8StartupItem::GetItemRegValue(HKEY root, const wchar_t* subKey, const w
     if (subKey == nullptr || valueName == nullptr || data == nullptr || length == 0) {
         return ERROR_GEN_FAILURE;
     }
-    HKEY opened = nullptr;
-    const LSTATUS openStatus = RegOpenKeyExW(root, subKey, 0, KEY_QUERY_VALUE, &opened);
-    if (openStatus != ERROR_SUCCESS) {
+    support::UniqueHKey key;
+    if (const LSTATUS status = support::OpenKey(root, subKey, KEY_QUERY_VALUE, key); status != ERROR_SUCCESS) {
         QM_LOG_ERROR(kGetFunction, L"failed open %s %s", HiveName(root), subKey);
-        return static_cast<DWORD>(openStatus);
+        return static_cast<DWORD>(status);
     }
-    support::UniqueHKey key(opened);
     DWORD type = REG_NONE;
     const LSTATUS status = RegQueryValueExW(key.get(), valueName, nullptr, &type, data, &length);
     if (status == ERROR_FILE_NOT_FOUND) {
@@ -155,20 +161,14 @@ DWORD Win8StartupItem::SetItemRegValue(HKEY root, const wchar_t* subKey, const w
     if (subKey == nullptr || valueName == nullptr || data == nullptr || length == 0) {
         return ERROR_GEN_FAILURE;
     }
-    HKEY opened = nullptr;
-    if (RegOpenKeyExW(root, subKey, 0, KEY_SET_VALUE, &opened) != ERROR_SUCCESS) {
+    support::UniqueHKey key;
+    if (support::OpenKey(root, subKey, KEY_SET_VALUE, key) != ERROR_SUCCESS) {
         QM_LOG_ERROR(kSetFunction, L"failed open %s %s, try create", HiveName(root), subKey);
-        const LSTATUS createStatus = RegCreateKeyExW(root, subKey, 0,
-                                                     nullptr,  // no class
-                                                     REG_OPTION_NON_VOLATILE, KEY_ALL_ACCESS,
-                                                     nullptr,  // default security
-                                                     &opened, nullptr);
-        if (createStatus != ERROR_SUCCESS) {
+        if (const LSTATUS status = support::CreateKey(root, subKey, KEY_ALL_ACCESS, key); status != ERROR_SUCCESS) {
             QM_LOG_ERROR(kSetFunction, L"failed create %s %s", HiveName(root), subKey);
-            return static_cast<DWORD>(createStatus);
+            return static_cast<DWORD>(status);
         }
     }
-    support::UniqueHKey key(opened);
     const LSTATUS status = RegSetValueExW(key.get(), valueName, 0, REG_BINARY, data, length);
     if (status != ERROR_SUCCESS) {
         QM_LOG_ERROR(kSetFunction, L"failed set value %s %s %s", HiveName(root), subKey, valueName);
@@ -181,11 +181,8 @@ DWORD Win8StartupItem::Enable(const storage::StartupItem& item, const std::uint3
     logging::ScopeTrace trace(L"Win8StartupItem::Enable");
     const wchar_t* function = trace.FunctionName();
     ApprovedValue value;
-    if (const DWORD located = ReadApproved(item, kind, function, value); located != ERROR_SUCCESS) {
-        return located;
-    }
-    if (value.readStatus != ERROR_SUCCESS) {
-        return value.readStatus;
+    if (const DWORD read = ReadApproved(item, kind, function, ReadFailure::Fails, value); read != ERROR_SUCCESS) {
+        return read;
     }
     const DWORD state = value.length == 0 ? 0 : ReadStateWord(value.data);
     if (state == 0 || state == 2) {
@@ -200,13 +197,9 @@ DWORD Win8StartupItem::Disable(const storage::StartupItem& item, const std::uint
     logging::ScopeTrace trace(L"Win8StartupItem::Disable");
     const wchar_t* function = trace.FunctionName();
     ApprovedValue value;
-    if (const DWORD located = ReadApproved(item, kind, function, value); located != ERROR_SUCCESS) {
-        return located;
-    }
-    if (value.readStatus != ERROR_SUCCESS || value.length == 0) {
-        // Nothing usable recorded: start from a fresh value, state word and timestamp zero.
-        std::memset(value.data, 0, sizeof value.data);
-        value.length = kFreshValueBytes;
+    if (const DWORD read = ReadApproved(item, kind, function, ReadFailure::StartsFresh, value);
+        read != ERROR_SUCCESS) {
+        return read;
     }
     const DWORD state = ReadStateWord(value.data);
     if (state == 1 || state == 3) {

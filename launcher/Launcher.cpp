@@ -5,7 +5,6 @@
 #include "storage/StartupItemsStorage.h"
 #include "support/CrashHandler.h"
 #include "support/LogDLL.h"
-#include "support/ProductInfo.h"
 #include "support/ScopeTrace.h"
 
 #include <exception>
@@ -64,9 +63,7 @@ int RunLauncher(const wchar_t* commandLine)
     support::ArmTestCrash();
 
     logging::LogHold hold;  // keeps the logging library loaded for the whole run
-    const int exitCode = RunWithLogging(commandLine);
-    support::CloseProductInfoConnection();  // while the hold is still taken
-    return exitCode;
+    return RunWithLogging(commandLine);
 }
 
 } // namespace launcher

@@ -22,14 +22,6 @@ constexpr long long kLongestCrashDelay = 86400000;  // a day; checked before eac
 
 constexpr DWORD kAppPathBytes = 520;
 
-HRESULT HResultFromWin32(DWORD error)
-{
-    if (static_cast<HRESULT>(error) <= 0) {
-        return static_cast<HRESULT>(error);
-    }
-    return static_cast<HRESULT>((error & 0xFFFF) | 0x80070000);
-}
-
 bool IsBlank(wchar_t c)
 {
     return c == L' ' || c == L'\t';
@@ -72,11 +64,11 @@ HRESULT LoadAndEnable(const std::wstring& folder, const wchar_t* settingsPath)
     const std::wstring libraryPath = folder + L"\\qmcrash.dll";
     UniqueModule module(LoadLibraryW(libraryPath.c_str()));
     if (!module) {
-        return HResultFromWin32(GetLastError());
+        return HRESULT_FROM_WIN32(GetLastError());
     }
     const auto enable = GetExport<EnableCrashHandlerFn>(module.get(), "EnableCrashHandler");
     if (enable == nullptr) {
-        return HResultFromWin32(GetLastError());  // read before the library is freed
+        return HRESULT_FROM_WIN32(GetLastError());  // read before the library is freed
     }
     if (settingsPath[0] != L'\0') {
         if (const auto setSettings = GetExport<SetSettingsFileFn>(module.get(), "SetSettingsFile")) {
@@ -113,13 +105,11 @@ HRESULT InstallCrashHandler()
         CopyProductString(productInfo, kItemProductKey, productKeyPath);
     });
 
-    HKEY rawKey = nullptr;
-    const LSTATUS status =
-        RegOpenKeyExW(HKEY_LOCAL_MACHINE, productKeyPath, 0, KEY_READ, &rawKey);
-    if (status != ERROR_SUCCESS) {
-        return HResultFromWin32(static_cast<DWORD>(status));
+    UniqueHKey productKey;
+    if (const LSTATUS status = OpenKey(HKEY_LOCAL_MACHINE, productKeyPath, KEY_READ, productKey);
+        status != ERROR_SUCCESS) {
+        return HRESULT_FROM_WIN32(status);
     }
-    const UniqueHKey productKey(rawKey);
     std::wstring installFolder;
     if (!ReadInstallFolder(productKey.get(), installFolder)) {
         return E_FAIL;
@@ -155,11 +145,9 @@ void ArmTestCrash()
 {
     const long long delay = ParseCrashArgument(GetCommandLineW());
 
-    HKEY rawKey = nullptr;
-    if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, kCrashSwitchKey, 0, KEY_READ, &rawKey) != ERROR_SUCCESS) {
-        return;
+    if (UniqueHKey crashSwitch; OpenKey(HKEY_LOCAL_MACHINE, kCrashSwitchKey, KEY_READ, crashSwitch) != ERROR_SUCCESS) {
+        return;  // only the key's presence counts; it is closed again at once
     }
-    RegCloseKey(rawKey);  // only its presence counts
     if (delay < 0) {
         return;
     }

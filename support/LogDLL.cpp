@@ -1,15 +1,13 @@
 #include "support/LogDLL.h"
 
-#include "support/Handles.h"
+#include "support/ProgramFolder.h"
 
-#include <cwchar>
-#include <memory>
+#include <string>
 
 namespace logging {
 
 namespace {
 
-constexpr DWORD kPathBufferChars = 32767;
 constexpr HRESULT kNoInterface = static_cast<HRESULT>(0x80004002);  // E_NOINTERFACE
 
 // Stands in for LogWrite when the library or its export is missing.
@@ -38,22 +36,12 @@ public:
     SpinGuard& operator=(const SpinGuard&) = delete;
 };
 
+// An empty folder (the program's path unknown) loads nothing rather than a library found on
+// the search path.
 HMODULE LoadLibraryBesideProgram()
 {
-    auto path = std::make_unique<wchar_t[]>(kPathBufferChars);  // zero-filled
-    const DWORD length = GetModuleFileNameW(nullptr, path.get(), kPathBufferChars);
-    if (length == 0 || length >= kPathBufferChars) {
-        return nullptr;
-    }
-    wchar_t* lastSlash = std::wcsrchr(path.get(), L'\\');
-    if (lastSlash == nullptr) {
-        return nullptr;
-    }
-    const size_t room = kPathBufferChars - static_cast<size_t>(lastSlash - path.get());
-    if (wcscpy_s(lastSlash, room, L"\\qmtrace.dll") != 0) {
-        return nullptr;
-    }
-    return LoadLibraryW(path.get());
+    const std::wstring folder = support::ProgramFolder();
+    return folder.empty() ? nullptr : LoadLibraryW((folder + L"qmtrace.dll").c_str());
 }
 
 void GiveBackOneHold()
@@ -80,28 +68,29 @@ void GiveBackOneHold()
 
 CLogDLL::CLogDLL()
 {
-    m_module = LoadLibraryBesideProgram();
-    if (m_module != nullptr) {
-        if (auto init = support::GetExport<LogNotifyFn>(m_module, "LogInit")) {
+    m_module.reset(LoadLibraryBesideProgram());
+    if (m_module) {
+        const HMODULE module = m_module.get();
+        if (auto init = support::GetExport<LogNotifyFn>(module, "LogInit")) {
             init();
         }
-        m_applySettings = support::GetExport<AnyExport>(m_module, "LogApplySettings");
-        m_setSettingsFile = support::GetExport<AnyExport>(m_module, "LogSetSettingsFile");
-        m_enable = support::GetExport<AnyExport>(m_module, "LogEnable");
-        m_setLevel = support::GetExport<AnyExport>(m_module, "LogSetLevel");
-        m_setPath = support::GetExport<AnyExport>(m_module, "LogSetPath");
-        m_setType = support::GetExport<AnyExport>(m_module, "LogSetType");
-        m_setMode = support::GetExport<AnyExport>(m_module, "LogSetMode");
-        m_setMaxSize = support::GetExport<AnyExport>(m_module, "LogSetMaxSize");
-        m_setDepth = support::GetExport<AnyExport>(m_module, "LogSetDepth");
-        m_write = support::GetExport<LogWriteFn>(m_module, "LogWrite");
-        m_isEnabled = support::GetExport<AnyExport>(m_module, "LogIsEnabled");
-        m_monitorSettings = support::GetExport<AnyExport>(m_module, "LogMonitorSettings");
-        m_getLevel = support::GetExport<AnyExport>(m_module, "LogGetLevel");
-        m_uninitDeskMetrics = support::GetExport<LogNotifyFn>(m_module, "LogUninitDeskMetrics");
-        m_trackEvent = support::GetExport<AnyExport>(m_module, "LogTrackEvent");
-        m_trackEventData = support::GetExport<AnyExport>(m_module, "LogTrackEventData");
-        m_removeModule = support::GetExport<LogRemoveModuleFn>(m_module, "LogRemoveModule");
+        m_applySettings = support::GetExport<AnyExport>(module, "LogApplySettings");
+        m_setSettingsFile = support::GetExport<AnyExport>(module, "LogSetSettingsFile");
+        m_enable = support::GetExport<AnyExport>(module, "LogEnable");
+        m_setLevel = support::GetExport<AnyExport>(module, "LogSetLevel");
+        m_setPath = support::GetExport<AnyExport>(module, "LogSetPath");
+        m_setType = support::GetExport<AnyExport>(module, "LogSetType");
+        m_setMode = support::GetExport<AnyExport>(module, "LogSetMode");
+        m_setMaxSize = support::GetExport<AnyExport>(module, "LogSetMaxSize");
+        m_setDepth = support::GetExport<AnyExport>(module, "LogSetDepth");
+        m_write = support::GetExport<LogWriteFn>(module, "LogWrite");
+        m_isEnabled = support::GetExport<AnyExport>(module, "LogIsEnabled");
+        m_monitorSettings = support::GetExport<AnyExport>(module, "LogMonitorSettings");
+        m_getLevel = support::GetExport<AnyExport>(module, "LogGetLevel");
+        m_uninitDeskMetrics = support::GetExport<LogNotifyFn>(module, "LogUninitDeskMetrics");
+        m_trackEvent = support::GetExport<AnyExport>(module, "LogTrackEvent");
+        m_trackEventData = support::GetExport<AnyExport>(module, "LogTrackEventData");
+        m_removeModule = support::GetExport<LogRemoveModuleFn>(module, "LogRemoveModule");
     }
     if (m_write == nullptr) {
         m_write = &LogWriteStub;
@@ -110,10 +99,10 @@ CLogDLL::CLogDLL()
 
 CLogDLL::~CLogDLL()
 {
-    if (m_module == nullptr) {
+    if (!m_module) {
         return;
     }
-    if (auto deinit = support::GetExport<LogNotifyFn>(m_module, "LogDeinit")) {
+    if (auto deinit = support::GetExport<LogNotifyFn>(m_module.get(), "LogDeinit")) {
         deinit();
     }
     if (m_uninitDeskMetrics != nullptr) {
@@ -122,7 +111,6 @@ CLogDLL::~CLogDLL()
     if (m_removeModule != nullptr) {
         m_removeModule("logging::CLogDLL::~CLogDLL");
     }
-    FreeLibrary(m_module);
 }
 
 HRESULT CLogDLL::Write(unsigned short depthChange, int logClass, const wchar_t* function,
@@ -169,19 +157,15 @@ bool IsActive() noexcept
     return g_holderCount.load(std::memory_order_relaxed) + g_pinnedCount.load(std::memory_order_relaxed) != 0;
 }
 
-void WriteV(unsigned short depthChange, int logClass, const wchar_t* function,
-            const wchar_t* format, va_list args)
-{
-    LogHold hold;
-    hold.Get()->Write(depthChange, logClass, function, format, args);
-}
-
-void Write(unsigned short depthChange, int logClass, const wchar_t* function, const wchar_t* format,
-           ...)
+void WriteFormatted(unsigned short depthChange, int logClass, const wchar_t* function,
+                    const wchar_t* format, ...)
 {
     va_list args;
     va_start(args, format);
-    WriteV(depthChange, logClass, function, format, args);
+    {
+        LogHold hold;
+        hold.Get()->Write(depthChange, logClass, function, format, args);
+    }
     va_end(args);
 }
 

@@ -2,10 +2,13 @@
 // sends every line through the library's LogWrite. Without the library every write is a no-op.
 #pragma once
 
+#include "support/Handles.h"
 #include "support/LogApi.h"
+#include "support/LogFormat.h"
 
 #include <atomic>
 #include <cstdint>
+#include <type_traits>
 
 namespace logging {
 
@@ -25,7 +28,8 @@ public:
 private:
     using AnyExport = void (*)();
 
-    HMODULE m_module = nullptr;
+    // First, so that it is freed last: after the destructor's teardown calls into the library.
+    support::UniqueModule m_module;
     // Resolved and kept, in the library's order; the library configures itself, so only
     // LogWrite and the teardown exports are ever called.
     AnyExport m_applySettings = nullptr;
@@ -73,11 +77,26 @@ private:
     LogHolder m_holder;
 };
 
-// One line through a short-lived holder, whether or not logging is active.
-void Write(unsigned short depthChange, int logClass, const wchar_t* function, const wchar_t* format,
-           ...);
-void WriteV(unsigned short depthChange, int logClass, const wchar_t* function,
-            const wchar_t* format, va_list args);
+// The unchecked variadic call below the checked ones; never called directly.
+void WriteFormatted(unsigned short depthChange, int logClass, const wchar_t* function,
+                    const wchar_t* format, ...);
+
+// One line through a short-lived holder, whether or not logging is active. The format is a
+// literal that the compiler has checked against the arguments.
+template <typename... Args>
+void Write(unsigned short depthChange, int logClass, const wchar_t* function,
+           LogFormat<std::type_identity_t<Args>...> format, const Args&... args)
+{
+    WriteFormatted(depthChange, logClass, function, format.Text(), args...);
+}
+
+// A message held in a variable: written as text, never read as a format.
+template <typename Message>
+    requires std::is_pointer_v<Message> && std::is_convertible_v<Message, const wchar_t*>
+void Write(unsigned short depthChange, int logClass, const wchar_t* function, const Message& message)
+{
+    WriteFormatted(depthChange, logClass, function, L"%s", static_cast<const wchar_t*>(message));
+}
 
 } // namespace logging
 

@@ -7,15 +7,12 @@
 
 #include <cwchar>
 #include <string>
-#include <vector>
 
 namespace support {
 
 namespace {
 
 constexpr DWORD kStatusInvalidCRuntimeParameter = 0xC0000417;
-
-ProductInfoConnection g_connection;
 
 // The program's own folder and "qmsvccfg.dll" (the bare name when the folder is unknown).
 std::wstring LibraryPathBesideProgram()
@@ -40,83 +37,69 @@ DWORD LastErrorOrUnavailable()
     return error != 0 ? error : kProductInfoUnavailable;
 }
 
-// Opens into g_connection; on failure the caller closes whatever was recorded.
-DWORD OpenRecorded()
-{
-    g_connection.module = LoadServiceConfiguration();
-    if (g_connection.module == nullptr) {
-        return LastErrorOrUnavailable();
-    }
-    g_connection.createObject = GetExport<QmCreateObjectFn>(g_connection.module, "QmCreateObject");
-    if (g_connection.createObject == nullptr) {
-        return LastErrorOrUnavailable();
-    }
-    g_connection.destroyObject = GetExport<QmDestroyObjectFn>(g_connection.module, "QmDestroyObject");
-    if (g_connection.destroyObject == nullptr) {
-        return LastErrorOrUnavailable();
-    }
-    const int created =
-        g_connection.createObject(kProductInfoObjectName, &kProductInfoObjectId, &g_connection.object);
-    if (created != 0) {
-        return static_cast<DWORD>(created);
-    }
-    if (g_connection.object == nullptr) {
-        return kProductInfoUnavailable;
-    }
-    auto* object = static_cast<IProductInfoObject*>(g_connection.object);
-    g_connection.productInfo = object->GetInterface(kProductInfoUIId);
-    if (g_connection.productInfo == nullptr) {
-        return kProductInfoUnavailable;
-    }
-    if (const int result = g_connection.productInfo->Init(0); result != 0) {
-        return static_cast<DWORD>(result);
-    }
-    return static_cast<DWORD>(g_connection.productInfo->Start());
-}
-
-// Closes the connection when the call-back leaves, by return or by exception.
-class ConnectionCloser {
-public:
-    ConnectionCloser() = default;
-    ~ConnectionCloser() { CloseProductInfoConnection(); }
-    ConnectionCloser(const ConnectionCloser&) = delete;
-    ConnectionCloser& operator=(const ConnectionCloser&) = delete;
-};
-
 } // namespace
 
-DWORD OpenProductInfoConnection()
+DWORD ProductInfoConnection::Open()
 {
-    const DWORD result = OpenRecorded();
+    const DWORD result = Connect();
     if (result != 0) {
-        CloseProductInfoConnection();
+        ReleaseObject();
+        m_module.reset();
     }
     return result;
 }
 
-void CloseProductInfoConnection()
+// On failure the caller releases whatever was taken.
+DWORD ProductInfoConnection::Connect()
 {
-    if (g_connection.productInfo != nullptr) {
-        g_connection.productInfo->Uninit();
-        g_connection.productInfo->Release();
+    m_module.reset(LoadServiceConfiguration());
+    if (!m_module) {
+        return LastErrorOrUnavailable();
     }
-    if (g_connection.object != nullptr && g_connection.destroyObject != nullptr) {
-        g_connection.destroyObject(kProductInfoObjectName, g_connection.object);
+    m_createObject = GetExport<QmCreateObjectFn>(m_module.get(), "QmCreateObject");
+    if (m_createObject == nullptr) {
+        return LastErrorOrUnavailable();
     }
-    // Everything taken from the library is gone by now, so it can go too.
-    if (g_connection.module != nullptr) {
-        FreeLibrary(g_connection.module);
+    m_destroyObject = GetExport<QmDestroyObjectFn>(m_module.get(), "QmDestroyObject");
+    if (m_destroyObject == nullptr) {
+        return LastErrorOrUnavailable();
     }
-    g_connection = ProductInfoConnection{};
+    if (const int created = m_createObject(kProductInfoObjectName, &kProductInfoObjectId, &m_object); created != 0) {
+        return static_cast<DWORD>(created);
+    }
+    if (m_object == nullptr) {
+        return kProductInfoUnavailable;
+    }
+    m_productInfo = static_cast<IProductInfoObject*>(m_object)->GetInterface(kProductInfoUIId);
+    if (m_productInfo == nullptr) {
+        return kProductInfoUnavailable;
+    }
+    if (const int result = m_productInfo->Init(0); result != 0) {
+        return static_cast<DWORD>(result);
+    }
+    return static_cast<DWORD>(m_productInfo->Start());
+}
+
+void ProductInfoConnection::ReleaseObject()
+{
+    if (m_productInfo != nullptr) {
+        m_productInfo->Uninit();
+        m_productInfo->Release();
+        m_productInfo = nullptr;
+    }
+    if (m_object != nullptr && m_destroyObject != nullptr) {
+        m_destroyObject(kProductInfoObjectName, m_object);
+    }
+    m_object = nullptr;
 }
 
 bool WithProductInfo(std::function<void(IProductInfoUI*)> callback)
 {
-    if (OpenProductInfoConnection() != 0) {
+    ProductInfoConnection connection;  // closed when this returns, also by an exception
+    if (connection.Open() != 0) {
         return false;
     }
-    ConnectionCloser closer;
-    callback(g_connection.productInfo);  // an empty call-back throws std::bad_function_call
+    callback(connection.Interface());  // an empty call-back throws std::bad_function_call
     return true;
 }
 

@@ -3,6 +3,7 @@
 // nothing obtained from the library outlives it. Nothing here logs: it runs before logging.
 #pragma once
 
+#include "support/Handles.h"
 #include "support/ProductInfoApi.h"
 
 #include <cstddef>
@@ -10,24 +11,35 @@
 
 namespace support {
 
-// The connection is process-wide: at most one is recorded at any time.
-struct ProductInfoConnection {
-    HMODULE module = nullptr;
-    QmCreateObjectFn createObject = nullptr;
-    QmDestroyObjectFn destroyObject = nullptr;
-    void* object = nullptr;
-    IProductInfoUI* productInfo = nullptr;
-};
-
 // Returned when the library answers without an interface, or fails without an error code.
 constexpr DWORD kProductInfoUnavailable = 632;  // ERROR_INVALID_FIELD
 
-// Loads the library, creates the object and starts its interface. Returns 0 when the
-// connection is open, else the error; a failed attempt leaves nothing loaded.
-DWORD OpenProductInfoConnection();
-// Uninit and Release the interface, destroy the object, unload the library. Does nothing when
-// no connection is recorded; the entry point calls it once more in its teardown.
-void CloseProductInfoConnection();
+// One connection to the product information, for the length of one use. The library module is
+// declared first, so that it is freed last: after the interface and the object taken from it
+// have been given back by the destructor.
+class ProductInfoConnection {
+public:
+    ProductInfoConnection() = default;
+    ~ProductInfoConnection() { ReleaseObject(); }
+    ProductInfoConnection(const ProductInfoConnection&) = delete;
+    ProductInfoConnection& operator=(const ProductInfoConnection&) = delete;
+
+    // Loads the library, creates the object and starts its interface. Returns 0 when the
+    // connection is open, else the error; a failed attempt leaves nothing loaded.
+    DWORD Open();
+    IProductInfoUI* Interface() const noexcept { return m_productInfo; }
+
+private:
+    DWORD Connect();
+    // Uninit and Release the interface, then destroy the object.
+    void ReleaseObject();
+
+    UniqueModule m_module;
+    QmCreateObjectFn m_createObject = nullptr;
+    QmDestroyObjectFn m_destroyObject = nullptr;
+    void* m_object = nullptr;
+    IProductInfoUI* m_productInfo = nullptr;
+};
 
 // Runs the call-back with the interface of a fresh connection and closes it again, also when
 // the call-back throws. Returns false, without calling the call-back, when no connection could

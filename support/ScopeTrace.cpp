@@ -5,6 +5,7 @@
 #include <mmsystem.h>
 
 #include <cwchar>
+#include <iterator>
 
 namespace logging {
 
@@ -23,7 +24,7 @@ void CopyBounded(wchar_t* dest, const wchar_t* source, size_t maxChars)
 ScopeTrace::ScopeTrace(const wchar_t* qualifiedName) : m_startTick(timeGetTime())
 {
     CopyBounded(m_displayName, qualifiedName, kMaxQualifiedChars);
-    wcscat(m_displayName, L"()");
+    wcscat_s(m_displayName, std::size(m_displayName), L"()");  // fits: 258 + 2 of 260
     CopyBounded(m_functionName, qualifiedName, kNameChars);
     WriteEntry();
 }
@@ -33,7 +34,7 @@ ScopeTrace::ScopeTrace(const wchar_t* label, const wchar_t* functionName)
 {
     m_displayName[0] = L'[';
     CopyBounded(m_displayName + 1, label, kMaxQualifiedChars);
-    wcscat(m_displayName, L"]");
+    wcscat_s(m_displayName, std::size(m_displayName), L"]");  // fits: 1 + 258 + 1 of 260
     CopyBounded(m_functionName, functionName, kNameChars);
     WriteEntry();
 }

@@ -11,11 +11,24 @@ DWORD Resolve(DWORD threadId)
     return threadId != 0 ? threadId : GetCurrentThreadId();
 }
 
-HANDLE CreateGate()
+[[noreturn]] void EndProcess(DWORD exceptionCode)
 {
-    return CreateSemaphoreW(nullptr, // default security
-                            0, kGateMaximum,
-                            nullptr); // unnamed
+    // Non-continuable: a handler may look at it but can never resume after it.
+    RaiseException(exceptionCode, EXCEPTION_NONCONTINUABLE, 0, nullptr);
+    TerminateProcess(GetCurrentProcess(), exceptionCode);  // not reached
+    ExitProcess(exceptionCode);
+}
+
+// A lock without its gates could never wake a waiter, so it is not built at all.
+UniqueHandle CreateGate()
+{
+    UniqueHandle gate(CreateSemaphoreW(nullptr,  // default security
+                                       0, kGateMaximum,
+                                       nullptr));  // unnamed
+    if (!gate) {
+        EndProcess(kSyncRWLockNoGate);
+    }
+    return gate;
 }
 
 // Built before every other global object of the program (101 is the first priority open to
@@ -45,8 +58,6 @@ CSyncRWLock::CSyncRWLock() : m_readerGate(CreateGate()), m_writerGate(CreateGate
 CSyncRWLock::~CSyncRWLock()
 {
     DeleteCriticalSection(&m_guard);
-    CloseHandle(m_readerGate);
-    CloseHandle(m_writerGate);
 }
 
 void CSyncRWLock::LockRead(DWORD threadId)
@@ -100,7 +111,7 @@ void CSyncRWLock::UnlockRead(DWORD threadId)
             --m_waitingWriters;
             m_writerPresent = 1;  // settled here, so nobody slips in before the writer wakes
             LeaveCriticalSection(&m_guard);
-            ReleaseSemaphore(m_writerGate, 1, nullptr);
+            ReleaseSemaphore(m_writerGate.get(), 1, nullptr);
             return;
         }
         LeaveCriticalSection(&m_guard);
@@ -161,7 +172,7 @@ void CSyncRWLock::WaitAsReader(DWORD threadId)
 {
     ++m_waitingReaders;
     LeaveCriticalSection(&m_guard);
-    WaitForSingleObject(m_readerGate, INFINITE);
+    WaitForSingleObject(m_readerGate.get(), INFINITE);
     // Whoever opened the gate has already counted this thread as an active reader.
     EnterCriticalSection(&m_guard);
     m_readers[threadId] = 1;
@@ -172,7 +183,7 @@ void CSyncRWLock::WaitAsWriter(DWORD threadId)
 {
     ++m_waitingWriters;
     LeaveCriticalSection(&m_guard);
-    WaitForSingleObject(m_writerGate, INFINITE);
+    WaitForSingleObject(m_writerGate.get(), INFINITE);
     // Whoever opened the gate has already set the writer present.
     EnterCriticalSection(&m_guard);
     m_writerThread = threadId;
@@ -189,7 +200,7 @@ void CSyncRWLock::HandOverAndLeave()
         --m_waitingWriters;
         m_writerPresent = 1;
         LeaveCriticalSection(&m_guard);
-        ReleaseSemaphore(m_writerGate, 1, nullptr);
+        ReleaseSemaphore(m_writerGate.get(), 1, nullptr);
         return;
     }
     if (m_waitingReaders > 0) {
@@ -197,7 +208,7 @@ void CSyncRWLock::HandOverAndLeave()
         m_activeReaders = released;
         m_waitingReaders = 0;
         LeaveCriticalSection(&m_guard);
-        ReleaseSemaphore(m_readerGate, static_cast<LONG>(released), nullptr);
+        ReleaseSemaphore(m_readerGate.get(), static_cast<LONG>(released), nullptr);
         return;
     }
     LeaveCriticalSection(&m_guard);
@@ -206,10 +217,7 @@ void CSyncRWLock::HandOverAndLeave()
 void CSyncRWLock::Misuse()
 {
     LeaveCriticalSection(&m_guard);
-    // Non-continuable: a handler may look at it but can never resume after it.
-    RaiseException(kSyncRWLockMisuse, EXCEPTION_NONCONTINUABLE, 0, nullptr);
-    TerminateProcess(GetCurrentProcess(), kSyncRWLockMisuse);  // not reached
-    ExitProcess(kSyncRWLockMisuse);
+    EndProcess(kSyncRWLockMisuse);
 }
 
 } // namespace support

@@ -3,6 +3,8 @@
 // the thread does not hold, or asking for a write while holding a read) ends the process.
 #pragma once
 
+#include "support/Handles.h"
+
 #include <windows.h>
 
 #include <map>
@@ -40,9 +42,9 @@ private:
     void HandOverAndLeave();
     [[noreturn]] void Misuse();
 
-    CRITICAL_SECTION m_guard;       // protects every field below
-    HANDLE m_readerGate = nullptr;  // readers wait here
-    HANDLE m_writerGate = nullptr;  // writers wait here
+    CRITICAL_SECTION m_guard;  // protects every field below
+    UniqueHandle m_readerGate;  // readers wait here
+    UniqueHandle m_writerGate;  // writers wait here
     DWORD m_waitingReaders = 0;
     DWORD m_waitingWriters = 0;
     DWORD m_activeReaders = 0;      // reading threads, not nested holds
@@ -59,5 +61,7 @@ ISyncRWLock& ProcessSyncRWLock();
 
 // The exception that ends the process on misuse.
 constexpr DWORD kSyncRWLockMisuse = 0xC0000420;  // STATUS_ASSERTION_FAILURE
+// The exception that ends it when the lock cannot get its semaphores.
+constexpr DWORD kSyncRWLockNoGate = 0xC000009A;  // STATUS_INSUFFICIENT_RESOURCES
 
 } // namespace support

@@ -1,5 +1,6 @@
 // The StartupApproved value of Run and Startup-folder items, read back from the registry.
 #include "actions/Win8StartupItem.h"
+#include "support/Handles.h"
 #include "tests/common/TestSupport.h"
 
 #include <gtest/gtest.h>
@@ -108,11 +109,10 @@ protected:
     FILETIME LastWrite()
     {
         FILETIME time{};
-        HKEY key = nullptr;
-        if (RegOpenKeyExW(HKEY_CURRENT_USER, m_approvedKey.c_str(), 0, KEY_READ, &key) == ERROR_SUCCESS) {
-            RegQueryInfoKeyW(key, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
+        support::UniqueHKey key;
+        if (support::OpenKey(HKEY_CURRENT_USER, m_approvedKey.c_str(), KEY_READ, key) == ERROR_SUCCESS) {
+            RegQueryInfoKeyW(key.get(), nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
                              nullptr, nullptr, &time);
-            RegCloseKey(key);
         }
         return time;
     }

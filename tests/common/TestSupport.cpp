@@ -10,18 +10,9 @@
 
 namespace testing_support {
 
-std::wstring ProgramFolder()
-{
-    std::vector<wchar_t> buffer(32768);
-    const DWORD length = GetModuleFileNameW(nullptr, buffer.data(), 32768);
-    std::wstring path(buffer.data(), length);
-    return path.substr(0, path.rfind(L'\\'));
-}
-
 std::wstring DoublesFolder()
 {
-    const std::wstring bin = ProgramFolder();
-    return bin.substr(0, bin.rfind(L'\\')) + L"\\doubles";
+    return ProgramFolder() + L"..\\doubles";
 }
 
 std::wstring JoinPath(const std::wstring& folder, const std::wstring& name)
@@ -89,21 +80,14 @@ ScratchKey::~ScratchKey()
 
 bool KeyExists(HKEY root, const std::wstring& subKey)
 {
-    HKEY key = nullptr;
-    if (RegOpenKeyExW(root, subKey.c_str(), 0, KEY_READ, &key) != ERROR_SUCCESS) {
-        return false;
-    }
-    RegCloseKey(key);
-    return true;
+    support::UniqueHKey key;
+    return support::OpenKey(root, subKey.c_str(), KEY_READ, key) == ERROR_SUCCESS;
 }
 
 void CreateKey(HKEY root, const std::wstring& subKey)
 {
-    HKEY key = nullptr;
-    if (RegCreateKeyExW(root, subKey.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &key,
-                        nullptr) == ERROR_SUCCESS) {
-        RegCloseKey(key);
-    }
+    support::UniqueHKey key;
+    support::CreateKey(root, subKey.c_str(), KEY_ALL_ACCESS, key);
 }
 
 void DeleteTree(HKEY root, const std::wstring& subKey)
@@ -114,10 +98,9 @@ void DeleteTree(HKEY root, const std::wstring& subKey)
 
 void DeleteValue(HKEY root, const std::wstring& subKey, const std::wstring& name)
 {
-    HKEY key = nullptr;
-    if (RegOpenKeyExW(root, subKey.c_str(), 0, KEY_SET_VALUE, &key) == ERROR_SUCCESS) {
-        RegDeleteValueW(key, name.c_str());
-        RegCloseKey(key);
+    support::UniqueHKey key;
+    if (support::OpenKey(root, subKey.c_str(), KEY_SET_VALUE, key) == ERROR_SUCCESS) {
+        RegDeleteValueW(key.get(), name.c_str());
     }
 }
 
@@ -126,13 +109,10 @@ namespace {
 void SetRaw(HKEY root, const std::wstring& subKey, const std::wstring& name, DWORD type,
             const void* data, DWORD size)
 {
-    HKEY key = nullptr;
-    if (RegCreateKeyExW(root, subKey.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &key,
-                        nullptr) != ERROR_SUCCESS) {
-        return;
+    support::UniqueHKey key;
+    if (support::CreateKey(root, subKey.c_str(), KEY_ALL_ACCESS, key) == ERROR_SUCCESS) {
+        RegSetValueExW(key.get(), name.c_str(), 0, type, static_cast<const BYTE*>(data), size);
     }
-    RegSetValueExW(key, name.c_str(), 0, type, static_cast<const BYTE*>(data), size);
-    RegCloseKey(key);
 }
 
 } // namespace
@@ -157,19 +137,18 @@ void SetDword(HKEY root, const std::wstring& subKey, const std::wstring& name, D
 
 std::optional<RegValue> ReadValue(HKEY root, const std::wstring& subKey, const std::wstring& name)
 {
-    HKEY key = nullptr;
-    if (RegOpenKeyExW(root, subKey.c_str(), 0, KEY_QUERY_VALUE, &key) != ERROR_SUCCESS) {
+    support::UniqueHKey key;
+    if (support::OpenKey(root, subKey.c_str(), KEY_QUERY_VALUE, key) != ERROR_SUCCESS) {
         return std::nullopt;
     }
     RegValue value;
     DWORD size = 0;
-    LSTATUS status = RegQueryValueExW(key, name.c_str(), nullptr, &value.type, nullptr, &size);
+    LSTATUS status = RegQueryValueExW(key.get(), name.c_str(), nullptr, &value.type, nullptr, &size);
     if (status == ERROR_SUCCESS) {
         value.data.resize(size);
-        status = RegQueryValueExW(key, name.c_str(), nullptr, &value.type, value.data.data(), &size);
+        status = RegQueryValueExW(key.get(), name.c_str(), nullptr, &value.type, value.data.data(), &size);
         value.data.resize(size);
     }
-    RegCloseKey(key);
     if (status != ERROR_SUCCESS) {
         return std::nullopt;
     }

@@ -2,6 +2,8 @@
 // themselves, files, child processes with bounded waits, and the development log.
 #pragma once
 
+#include "support/ProgramFolder.h"
+
 #include <windows.h>
 
 #include <cstdint>
@@ -11,8 +13,8 @@
 
 namespace testing_support {
 
-// The folder of the running test program (build/bin), with no final backslash.
-std::wstring ProgramFolder();
+// The folder of the running test program (build/bin), with its final backslash.
+using support::ProgramFolder;
 // The folder of the suite library test doubles (build/doubles).
 std::wstring DoublesFolder();
 std::wstring JoinPath(const std::wstring& folder, const std::wstring& name);

@@ -94,10 +94,9 @@ int wmain(int argc, wchar_t** argv)
     const std::wstring scenario = argc > 1 ? argv[1] : L"";
     const wchar_t* argument = argc > 2 ? argv[2] : L"";
     if (scenario == L"open") {
-        const DWORD result = support::OpenProductInfoConnection();
+        support::ProductInfoConnection connection;  // an open one is closed after the record
+        const DWORD result = connection.Open();
         Record(L"probe opened " + std::to_wstring(result));
-        support::CloseProductInfoConnection();
-        support::CloseProductInfoConnection();  // nothing left to close: no calls
         return static_cast<int>(result);
     }
     if (scenario == L"install") {
