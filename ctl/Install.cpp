@@ -28,13 +28,8 @@ int Install()
     if (GetFileAttributesW(launcher.c_str()) == INVALID_FILE_ATTRIBUTES) {
         return Fail(L"Morrowgate.exe is not beside mgctl.exe (" + launcher + L"); nothing was registered");
     }
-    HKEY created = nullptr;
-    LSTATUS status = RegCreateKeyExW(HKEY_CURRENT_USER, kRunKey, 0,
-                                     nullptr,  // no class
-                                     REG_OPTION_NON_VOLATILE, KEY_SET_VALUE,
-                                     nullptr,  // default security
-                                     &created, nullptr);
-    const support::UniqueHKey key(status == ERROR_SUCCESS ? created : nullptr);
+    support::UniqueHKey key;
+    LSTATUS status = support::CreateKey(HKEY_CURRENT_USER, kRunKey, KEY_SET_VALUE, key);
     if (status == ERROR_SUCCESS) {
         const std::wstring command = L"\"" + launcher + L"\"";
         status = RegSetValueExW(key.get(), kValueName, 0, REG_SZ, reinterpret_cast<const BYTE*>(command.c_str()),

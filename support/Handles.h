@@ -55,6 +55,43 @@ using UniqueHandle = std::unique_ptr<void, HandleCloser>;
 template <typename T>
 using UniqueLocal = std::unique_ptr<T, LocalFreer>;
 
+// File handles report failure as INVALID_HANDLE_VALUE, not null.
+class UniqueFile {
+public:
+    UniqueFile() = default;
+    explicit UniqueFile(HANDLE handle) noexcept : m_handle(handle) {}
+    UniqueFile(const UniqueFile&) = delete;
+    UniqueFile& operator=(const UniqueFile&) = delete;
+    UniqueFile(UniqueFile&& other) noexcept : m_handle(other.release()) {}
+    UniqueFile& operator=(UniqueFile&& other) noexcept
+    {
+        if (this != &other) {
+            reset(other.release());
+        }
+        return *this;
+    }
+    ~UniqueFile() { reset(); }
+
+    HANDLE get() const noexcept { return m_handle; }
+    explicit operator bool() const noexcept { return m_handle != INVALID_HANDLE_VALUE; }
+    HANDLE release() noexcept
+    {
+        HANDLE handle = m_handle;
+        m_handle = INVALID_HANDLE_VALUE;
+        return handle;
+    }
+    void reset(HANDLE handle = INVALID_HANDLE_VALUE) noexcept
+    {
+        if (m_handle != INVALID_HANDLE_VALUE) {
+            CloseHandle(m_handle);
+        }
+        m_handle = handle;
+    }
+
+private:
+    HANDLE m_handle = INVALID_HANDLE_VALUE;
+};
+
 // GetProcAddress into a pointer typed from the export's signature. The detour through a
 // generic function pointer keeps GCC's -Wcast-function-type quiet.
 template <typename Fn>
