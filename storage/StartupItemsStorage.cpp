@@ -92,10 +92,11 @@ void LoadScope(const value& document, const char* scope, bool isUser, const std:
         return;
     }
     for (const value& element : list->get<array>()) {
-        StartupItem item;
+        StartupItem& item = items.emplace_back();  // filled in place: no copy per item
         if (ParseItem(element, item)) {
             item.IsUser = isUser;
-            items.push_back(std::move(item));
+        } else {
+            items.pop_back();
         }
     }
 }

@@ -1,11 +1,14 @@
 #include "storage/StorageDocument.h"
 
+#include "support/Handles.h"
+
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <fstream>
 #include <iterator>
 #include <limits>
+#include <memory>
 #include <new>
 #include <stdexcept>
 
@@ -30,11 +33,9 @@ std::string ToStoredBytes(const std::wstring& text)
 
 std::wstring FromStoredBytes(const std::string& bytes)
 {
-    std::wstring text(bytes.size(), L'\0');
-    std::transform(bytes.begin(), bytes.end(), text.begin(), [](char byte) {
-        return static_cast<wchar_t>(static_cast<std::int16_t>(static_cast<signed char>(byte)));
-    });
-    return text;
+    // char is signed here, so each byte widens to wchar_t sign-extended, as the file is read.
+    static_assert(std::is_signed_v<char>, "the store's bytes are read as signed");
+    return std::wstring(bytes.begin(), bytes.end());
 }
 
 // The bytes that read back as exactly this text, if any: only code units up to U+007F and
@@ -155,28 +156,26 @@ private:
     size_t m_objectDepth;
 };
 
-// The file is read whole into memory first: parsing from a string is several times faster
-// than picojson's character-by-character reading of a stream.
-//
-// Both directions use binary streams. The C runtime's text-mode translation changes nothing
-// that can be observed here and makes reading and writing the file several times slower: on
-// reading, CR LF becomes LF and 0x1A ends the input, but CR and LF are only ever whitespace to
-// the parser, raw control bytes inside strings are syntax errors, and text after the value is
-// ignored, so every file parses to the same result either way; on writing, the compact output
-// holds no line feed to translate.
-bool ReadWholeFile(std::ifstream& in, std::string& text)
+// The file is read whole into memory, in one read, before it is parsed: parsing from memory is
+// several times faster than picojson's character-by-character reading of a stream. Bytes are
+// taken as they are, with no text-mode translation: CR and LF are only ever whitespace to the
+// parser, raw control bytes inside strings are syntax errors and text after the value is
+// ignored, so every file parses as it would after translation. (A mapped view would spare the
+// copy, but while it exists another process cannot truncate the file to save it.)
+// The file's bytes; false when it cannot be opened or read. A file that shrank meanwhile is
+// parsed as far as it goes.
+bool ReadWholeFile(const wchar_t* path, std::unique_ptr<char[]>& bytes, DWORD& length)
 {
-    in.seekg(0, std::ios::end);
-    const std::streamoff size = in.tellg();
-    in.seekg(0, std::ios::beg);
-    if (size < 0 || !in) {
-        return false;
+    const support::UniqueFile file(CreateFileW(path, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE,
+                                               nullptr,  // default security
+                                               OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+    LARGE_INTEGER size{};
+    if (!file || !GetFileSizeEx(file.get(), &size) || size.QuadPart > static_cast<LONGLONG>(MAXDWORD / 2)) {
+        return false;  // a file too large to hold is as unreadable as a damaged one
     }
-    text.resize(static_cast<size_t>(size));
-    in.read(text.data(), size);
-    // A file that shrank meanwhile is parsed as far as it goes.
-    text.resize(static_cast<size_t>(in.gcount()));
-    return !in.bad();
+    // Not zero-filled first: only the bytes read are ever looked at.
+    bytes = std::make_unique_for_overwrite<char[]>(static_cast<size_t>(size.QuadPart));
+    return ReadFile(file.get(), bytes.get(), static_cast<DWORD>(size.QuadPart), &length, nullptr) != FALSE;
 }
 
 const std::string* FindString(const object& fields, const char* key)
@@ -196,16 +195,16 @@ bool ReadDocument(const wchar_t* path, value& document)
     if (path == nullptr) {
         return false;
     }
-    std::ifstream in(path, std::ios::in | std::ios::binary);
-    std::string text;
+    std::unique_ptr<char[]> bytes;
+    DWORD length = 0;
     std::string error;
     bool rejected = false;
     try {
-        if (!in.is_open() || !ReadWholeFile(in, text)) {
+        if (!ReadWholeFile(path, bytes, length)) {
             return false;
         }
         BoundedParseContext context(&document, &rejected);
-        picojson::_parse(context, text.cbegin(), text.cend(), &error);
+        picojson::_parse(context, bytes.get(), bytes.get() + length, &error);
     } catch (const std::bad_alloc&) {  // a file too large to hold is as unreadable as a damaged one
         rejected = true;
     } catch (const std::length_error&) {
@@ -239,19 +238,34 @@ bool ParseItem(const value& element, StartupItem& item)
     if (!element.is<object>()) {
         return false;
     }
-    const object& fields = element.get<object>();
-    const std::string* cmd = FindString(fields, kCmdKey);
-    const std::string* name = FindString(fields, kNameKey);
-    const std::string* path = FindString(fields, kPathKey);
+    // One pass over the item's few members rather than a lookup (and a key string) per field.
+    const std::string* cmd = nullptr;
+    const std::string* name = nullptr;
+    const std::string* path = nullptr;
+    const std::string* backup = nullptr;
+    const value* changed = nullptr;
+    for (const auto& [key, field] : element.get<object>()) {
+        const std::string* text = field.is<std::string>() ? &field.get<std::string>() : nullptr;
+        if (key == kCmdKey) {
+            cmd = text;
+        } else if (key == kNameKey) {
+            name = text;
+        } else if (key == kPathKey) {
+            path = text;
+        } else if (key == kBkpPathKey) {
+            backup = text;
+        } else if (key == kChangedTimeKey) {
+            changed = &field;
+        }
+    }
     if (cmd == nullptr || name == nullptr || path == nullptr) {
         return false;
     }
-    if (const std::string* backup = FindString(fields, kBkpPathKey)) {
+    if (backup != nullptr) {
         item.BkpPath = FromStoredBytes(*backup);
     }
-    const auto changed = fields.find(kChangedTimeKey);
-    if (changed != fields.end() && changed->second.is<double>()) {
-        item.ChangedTime = ToChangedTime(changed->second.get<double>());
+    if (changed != nullptr && changed->is<double>()) {
+        item.ChangedTime = ToChangedTime(changed->get<double>());
     }
     item.Cmd = FromStoredBytes(*cmd);
     item.Path = FromStoredBytes(*path);
