@@ -173,6 +173,7 @@ void Execute(const Scenario& row)
         SCOPED_TRACE(Utf8((run.launcher ? L"Morrowgate " : L"mgctl ") + run.arguments) + " (run " +
                      std::to_string(step + 1) + ")");
         DeleteFileW(context.record.c_str());
+        DeleteFileW(context.log.c_str());
         ChildOptions options;
         options.environment = {L"QMTRACE_LOG=" + context.log, L"MG_START_RECORD=" + context.record};
         options.waitForDescendants = run.launcher;  // the programs it starts too
@@ -257,6 +258,24 @@ Fact Store(std::string where, std::vector<StoredItem> items)
         SHCreateDirectoryExW(nullptr, context.store.substr(0, context.store.rfind(L'\\')).c_str(), nullptr);
         WriteFileBytes(context.store, bytes);
     };
+}
+
+Fact StoreBytes(std::string bytes)
+{
+    return [=](Context& context) {
+        SHCreateDirectoryExW(nullptr, context.store.substr(0, context.store.rfind(L'\\')).c_str(), nullptr);
+        WriteFileBytes(context.store, bytes);
+    };
+}
+
+Fact Approved(RunKey key, std::wstring name, std::vector<std::uint8_t> bytes)
+{
+    return [=](Context&) { SetBinary(RootOf(key), ApprovedKey(key), name, bytes); };
+}
+
+Fact Approved(Folder folder, std::wstring name, std::vector<std::uint8_t> bytes)
+{
+    return [=](Context&) { SetBinary(RootOf(folder), ApprovedKey(folder), name, bytes); };
 }
 
 Fact StoreIsAFolder()
@@ -362,6 +381,30 @@ Fact TaskState(std::wstring task, DWORD state)
         ASSERT_TRUE(value && value->data.size() == 4);
         EXPECT_EQ(value->data[0], state) << Utf8(task);
     };
+}
+
+Fact StoreIs(std::string bytes)
+{
+    return [=](Context& context) { EXPECT_EQ(ReadFileBytes(context.store).value_or(""), bytes); };
+}
+
+Fact ApprovedIs(RunKey key, std::wstring name, std::vector<std::uint8_t> bytes)
+{
+    return [=](Context&) {
+        EXPECT_EQ(ReadValue(RootOf(key), ApprovedKey(key), name).value_or(RegValue{}).data, bytes) << Utf8(name);
+    };
+}
+
+Fact ApprovedIs(Folder folder, std::wstring name, std::vector<std::uint8_t> bytes)
+{
+    return [=](Context&) {
+        EXPECT_EQ(ReadValue(RootOf(folder), ApprovedKey(folder), name).value_or(RegValue{}).data, bytes) << Utf8(name);
+    };
+}
+
+Fact Logged(std::string text, size_t count)
+{
+    return [=](Context& context) { EXPECT_EQ(CountMessages(ReadLog(context.log), text, true), count) << text; };
 }
 
 // The programs start at once and finish in any order, so the tags are compared sorted.

@@ -84,7 +84,11 @@ struct StoredItem {
 };
 // Storage.json holding exactly these items in one section ("user/Delayed"); "{}" without items.
 Fact Store(std::string where, std::vector<StoredItem> items);
+Fact StoreBytes(std::string bytes);        // Storage.json holding exactly these bytes
 Fact StoreIsAFolder();
+// An approved value of a Run key or of a Startup folder, as the bytes given.
+Fact Approved(RunKey key, std::wstring name, std::vector<std::uint8_t> bytes);
+Fact Approved(Folder folder, std::wstring name, std::vector<std::uint8_t> bytes);
 Fact Task(std::wstring task, DWORD state);      // a Store app task of the package e2ePackage
 Fact DenyWrites(HKEY root, std::wstring key);   // until the row ends
 // The entry switched itself back on: its value is back, or its approved value says on.
@@ -100,6 +104,12 @@ Fact Off(Folder folder, std::wstring name);
 Fact Saved(std::string where, std::wstring name, size_t count = 1);  // where: "user/Delayed"
 Fact NotSaved(std::wstring name);
 Fact TaskState(std::wstring task, DWORD state);
+Fact StoreIs(std::string bytes);            // Storage.json holds exactly these bytes ("" for none)
+// The approved value holds exactly these bytes (empty for no value).
+Fact ApprovedIs(RunKey key, std::wstring name, std::vector<std::uint8_t> bytes);
+Fact ApprovedIs(Folder folder, std::wstring name, std::vector<std::uint8_t> bytes);
+// The log of the last run holds a line whose message contains text, count times (UTF-8 text).
+Fact Logged(std::string text, size_t count = 1);
 Fact Started(std::vector<std::string> tags);  // sorted
 Fact Out(std::wstring text);  // the output contains text
 Fact Err(std::wstring text);
