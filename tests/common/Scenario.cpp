@@ -102,6 +102,12 @@ void Clear(const std::wstring& store)
         }
         DeleteValuesNamedE2e(RootOf(folder), ApprovedKey(folder));
     }
+    WIN32_FIND_DATAW found;
+    const HANDLE search = FindFirstFileW(L"C:\\e2e*", &found);
+    for (bool more = search != INVALID_HANDLE_VALUE; more; more = FindNextFileW(search, &found)) {
+        RemoveTree(std::wstring(L"C:\\") + found.cFileName);
+    }
+    FindClose(search);
     DeleteTree(HKEY_LOCAL_MACHINE, kTasks);
     DeleteValue(HKEY_CURRENT_USER, kRunPath, L"Morrowgate");
     RemoveTree(store);
@@ -163,7 +169,7 @@ void Execute(const Scenario& row)
     const std::wstring bin = ProgramFolder();
     Context context{IsWindows8OrLater(), bin, JoinPath(bin, L"Morrowgate.exe"), JoinPath(bin, L"mgctl.exe"),
                     scratch / L"run.log", scratch / L"started.txt", scratch / L"out.txt", scratch / L"err.txt",
-                    programs.store, {}};
+                    programs.store, {}, {}};
     Clear(context.store);
     for (const Fact& fact : row.before) {
         fact(context);
@@ -239,25 +245,27 @@ Fact Shortcut(Folder folder, std::wstring name, std::wstring tag)
 
 Fact File(Folder folder, std::wstring name, std::string bytes)
 {
-    return [=](Context&) { WriteFileBytes(JoinPath(FolderOf(folder), name), bytes); };
+    return [=](Context&) {
+        const std::wstring path = JoinPath(FolderOf(folder), name);
+        SHCreateDirectoryExW(nullptr, path.substr(0, path.rfind(L'\\')).c_str(), nullptr);
+        WriteFileBytes(path, bytes);
+    };
 }
 
-Fact Store(std::string where, std::vector<StoredItem> items)
+Fact Store(std::vector<StoredItem> items)
 {
-    picojson::array list;
+    picojson::object document;
     for (const StoredItem& item : items) {
-        list.emplace_back(picojson::object{{"Name", picojson::value(item.name)}, {"Cmd", picojson::value(item.command)},
-                                           {"Path", picojson::value(item.path)}, {"BkpPath", picojson::value("")},
-                                           {"ChangedTime", picojson::value(item.changedTime)}});
+        const size_t slash = item.where.find('/');
+        picojson::value& scope = document.emplace(item.where.substr(0, slash), picojson::object()).first->second;
+        picojson::object& sections = scope.get<picojson::object>();
+        picojson::value& list = sections.emplace(item.where.substr(slash + 1), picojson::array()).first->second;
+        list.get<picojson::array>().emplace_back(picojson::object{
+            {"Name", picojson::value(item.name)}, {"Cmd", picojson::value(item.command)},
+            {"Path", picojson::value(item.path)}, {"BkpPath", picojson::value("")},
+            {"ChangedTime", picojson::value(item.changedTime)}});
     }
-    const size_t slash = where.find('/');
-    const picojson::object section{{where.substr(slash + 1), picojson::value(list)}};
-    const picojson::object document{{where.substr(0, slash), picojson::value(section)}};
-    const std::string bytes = items.empty() ? "{}" : picojson::value(document).serialize();
-    return [=](Context& context) {
-        SHCreateDirectoryExW(nullptr, context.store.substr(0, context.store.rfind(L'\\')).c_str(), nullptr);
-        WriteFileBytes(context.store, bytes);
-    };
+    return StoreBytes(picojson::value(document).serialize());
 }
 
 Fact StoreBytes(std::string bytes)
@@ -265,6 +273,7 @@ Fact StoreBytes(std::string bytes)
     return [=](Context& context) {
         SHCreateDirectoryExW(nullptr, context.store.substr(0, context.store.rfind(L'\\')).c_str(), nullptr);
         WriteFileBytes(context.store, bytes);
+        context.storeWritten = bytes;
     };
 }
 
@@ -402,6 +411,32 @@ Fact ApprovedIs(Folder folder, std::wstring name, std::vector<std::uint8_t> byte
     };
 }
 
+Fact StoreUnchanged()
+{
+    return [](Context& context) { EXPECT_EQ(ReadFileBytes(context.store).value_or(""), context.storeWritten); };
+}
+
+Fact Exists(std::wstring path, bool exists)
+{
+    return [=](Context&) { EXPECT_EQ(FileExists(path), exists) << Utf8(path); };
+}
+
+Fact LoggedInOrder(std::vector<std::string> texts)
+{
+    return [=](Context& context) {
+        std::vector<std::string> seen;
+        for (const LogLine& line : ReadLog(context.log)) {
+            const auto match = std::find_if(texts.begin(), texts.end(), [&line](const std::string& text) {
+                return line.message.find(text) != std::string::npos;
+            });
+            if (match != texts.end()) {
+                seen.push_back(*match);
+            }
+        }
+        EXPECT_EQ(seen, texts);
+    };
+}
+
 Fact Logged(std::string text, size_t count)
 {
     return [=](Context& context) { EXPECT_EQ(CountMessages(ReadLog(context.log), text, true), count) << text; };
@@ -410,6 +445,7 @@ Fact Logged(std::string text, size_t count)
 // The programs start at once and finish in any order, so the tags are compared sorted.
 Fact Started(std::vector<std::string> tags)
 {
+    std::sort(tags.begin(), tags.end());
     return [=](Context& context) {
         std::vector<std::string> started;
         std::istringstream in(ReadFileBytes(context.record).value_or(""));

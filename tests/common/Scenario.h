@@ -2,8 +2,8 @@
 // before (registry values, files, store bytes), runs Morrowgate.exe or mgctl.exe one or more
 // times and checks the world after each run (registry, files, store, the programs started, the
 // output and the exit code). Everything is real: the prefix's registry, Startup folders, the
-// user's Storage.json and real child processes. Names the rows create start with "e2e", so that
-// the runner can clear them before and after each row.
+// user's Storage.json and real child processes. Names the rows create start with "e2e" (and
+// folders of their own are C:\e2e*), so that the runner can clear them before and after each row.
 #pragma once
 
 #include <windows.h>
@@ -25,6 +25,7 @@ struct Context {
     std::wstring launcher, mgctl;      // their paths
     std::wstring log, record, out, err;
     std::wstring store;                // the user's Storage.json
+    std::string storeWritten;          // what the row wrote into it
     std::vector<std::function<void()>> cleanups;  // run when the row ends
 };
 
@@ -77,13 +78,13 @@ std::wstring Recorder(const std::wstring& tag);  // a command that notes the tag
 // Facts that set up.
 Fact RunValue(RunKey key, std::wstring name, std::wstring command, DWORD type = REG_SZ);
 Fact Shortcut(Folder folder, std::wstring name, std::wstring tag);  // a .lnk starting the recorder
-Fact File(Folder folder, std::wstring name, std::string bytes);
+Fact File(Folder folder, std::wstring name, std::string bytes);  // name may hold a subfolder
 struct StoredItem {
+    std::string where;  // scope and section: "user/Delayed"
     std::string name, command, path;
     double changedTime;
 };
-// Storage.json holding exactly these items in one section ("user/Delayed"); "{}" without items.
-Fact Store(std::string where, std::vector<StoredItem> items);
+Fact Store(std::vector<StoredItem> items);  // Storage.json holding exactly these items ("{}" for none)
 Fact StoreBytes(std::string bytes);        // Storage.json holding exactly these bytes
 Fact StoreIsAFolder();
 // An approved value of a Run key or of a Startup folder, as the bytes given.
@@ -105,11 +106,14 @@ Fact Saved(std::string where, std::wstring name, size_t count = 1);  // where: "
 Fact NotSaved(std::wstring name);
 Fact TaskState(std::wstring task, DWORD state);
 Fact StoreIs(std::string bytes);            // Storage.json holds exactly these bytes ("" for none)
+Fact StoreUnchanged();                       // holds what the row wrote into it
+Fact Exists(std::wstring path, bool exists = true);
 // The approved value holds exactly these bytes (empty for no value).
 Fact ApprovedIs(RunKey key, std::wstring name, std::vector<std::uint8_t> bytes);
 Fact ApprovedIs(Folder folder, std::wstring name, std::vector<std::uint8_t> bytes);
 // The log of the last run holds a line whose message contains text, count times (UTF-8 text).
 Fact Logged(std::string text, size_t count = 1);
+Fact LoggedInOrder(std::vector<std::string> texts);  // lines holding these texts, in this order
 Fact Started(std::vector<std::string> tags);  // sorted
 Fact Out(std::wstring text);  // the output contains text
 Fact Err(std::wstring text);

@@ -87,8 +87,8 @@ std::vector<Scenario> Rows()
     // Saved by the suite long ago: change times 100 and 200, and one program gone.
     const std::string early = testing_support::Utf8(Recorder(L"early")), late = testing_support::Utf8(Recorder(L"late"));
     rows.push_back({"PlanMatchesWhatTheLogonRunStarts", Both,
-                    {Store("user/Delayed", {{"e2eEarly", early, kHkcuRun, 100}, {"e2eLate", late, kHkcuRun, 200},
-                                            {"e2eGone", "C:\\e2e\\gone.exe", kHkcuRun, 100}}),
+                    {Store({{"user/Delayed", "e2eEarly", early, kHkcuRun, 100}, {"user/Delayed", "e2eLate", late, kHkcuRun, 200},
+                            {"user/Delayed", "e2eGone", "C:\\e2e\\gone.exe", kHkcuRun, 100}}),
                      RunValue(Hkcu, L"e2eEarly", L"x"), RunValue(Hkcu, L"e2eLate", L"x"), RunValue(Hkcu, L"e2eGone", L"x")},
                     {Mgctl(L"plan --json --time 150", 0,
                            {JsonIds({L"HKCU\\Run\\e2eEarly", L"HKCU\\Run\\e2eLate", L"HKCU\\Run\\e2eGone"}),
@@ -100,13 +100,13 @@ std::vector<Scenario> Rows()
     // An item whose Run key is gone cannot be put back: it stays saved, and the launcher stays registered.
     rows.push_back({"UninstallPutsEverythingBackFirst", Both,
                     {RunValue(Hkcu, L"e2eBack", drift),
-                     Store("user/Disabled", {{"e2eLost", "x.exe", "HKEY_CURRENT_USER\\Software\\e2eGone\\Run", 1}})},
+                     Store({{"user/Disabled", "e2eLost", "x.exe", "HKEY_CURRENT_USER\\Software\\e2eGone\\Run", 1}})},
                     {Mgctl(L"install", 0, {LauncherRegistered(true)}), Mgctl(L"delay e2eBack", 0),
                      Mgctl(L"uninstall", 1, {Err(L"e2eLost"), LauncherRegistered(true), Saved("user/Disabled", L"e2eLost"),
                                              NotSaved(L"e2eBack"), On(Hkcu, L"e2eBack", drift)}),
                      Mgctl(L"enable e2eLost", 1, {Saved("user/Disabled", L"e2eLost")}),
                      Mgctl(L"list --json", 0, {Json(L"HKEY_CURRENT_USER\\Software\\e2eGone\\Run\\e2eLost", {{"state", "\"disabled\""}})}),
-                     Mgctl(L"install", 0, {Store("", {})}), Mgctl(L"uninstall", 0, {LauncherRegistered(false)})}});
+                     Mgctl(L"install", 0, {Store({})}), Mgctl(L"uninstall", 0, {LauncherRegistered(false)})}});
     // Unelevated, the user may not write below HKEY_LOCAL_MACHINE; a deny entry on the key shows it.
     rows.push_back({"SystemEntriesNeedAnElevatedPrompt", Win7,
                     {RunValue(Hklm, L"e2eAdmin", drift), DenyWrites(HKEY_LOCAL_MACHINE, L"Software\\Microsoft\\Windows\\CurrentVersion\\Run")},
