@@ -1,5 +1,6 @@
 #include "tests/common/Scenario.h"
 
+#include "support/Handles.h"
 #include "tests/common/TestSupport.h"
 
 #include <gtest/gtest.h>
@@ -67,20 +68,19 @@ bool ApprovedOff(HKEY root, const std::wstring& key, const std::wstring& name)
 
 void DeleteValuesNamedE2e(HKEY root, const std::wstring& key)
 {
-    HKEY opened = nullptr;
-    if (RegOpenKeyExW(root, key.c_str(), 0, KEY_QUERY_VALUE | KEY_SET_VALUE, &opened) != ERROR_SUCCESS) {
+    support::UniqueHKey opened;
+    if (support::OpenKey(root, key.c_str(), KEY_QUERY_VALUE | KEY_SET_VALUE, opened) != ERROR_SUCCESS) {
         return;
     }
     wchar_t name[512];
     DWORD index = 0;
     DWORD chars = 512;
-    while (RegEnumValueW(opened, index, name, &chars, nullptr, nullptr, nullptr, nullptr) == ERROR_SUCCESS) {
+    while (RegEnumValueW(opened.get(), index, name, &chars, nullptr, nullptr, nullptr, nullptr) == ERROR_SUCCESS) {
         chars = 512;
-        if (wcsncmp(name, L"e2e", 3) != 0 || RegDeleteValueW(opened, name) != ERROR_SUCCESS) {
+        if (wcsncmp(name, L"e2e", 3) != 0 || RegDeleteValueW(opened.get(), name) != ERROR_SUCCESS) {
             ++index;  // kept: the next value moves up only when this one is deleted
         }
     }
-    RegCloseKey(opened);
 }
 
 // Everything a row may have made, so that each row starts from the same world.
@@ -299,20 +299,22 @@ Fact Task(std::wstring task, DWORD state)
 Fact DenyWrites(HKEY root, std::wstring key)
 {
     return [=](Context& context) {
-        HKEY opened = nullptr;
-        ASSERT_EQ(RegOpenKeyExW(root, key.c_str(), 0, READ_CONTROL | WRITE_DAC, &opened), ERROR_SUCCESS);
+        support::UniqueHKey opened;
+        ASSERT_EQ(support::OpenKey(root, key.c_str(), READ_CONTROL | WRITE_DAC, opened), ERROR_SUCCESS);
         auto original = std::make_shared<std::vector<BYTE>>(4096);
         DWORD size = static_cast<DWORD>(original->size());
-        ASSERT_EQ(RegGetKeySecurity(opened, DACL_SECURITY_INFORMATION, original->data(), &size), ERROR_SUCCESS);
+        ASSERT_EQ(RegGetKeySecurity(opened.get(), DACL_SECURITY_INFORMATION, original->data(), &size), ERROR_SUCCESS);
         PSECURITY_DESCRIPTOR denied = nullptr;
         // Everyone may read; nobody may set a value or create a subkey.
         ConvertStringSecurityDescriptorToSecurityDescriptorW(L"D:(D;;0x6;;;WD)(A;;KA;;;WD)", SDDL_REVISION_1, &denied,
                                                              nullptr);
-        EXPECT_EQ(RegSetKeySecurity(opened, DACL_SECURITY_INFORMATION, denied), ERROR_SUCCESS);
+        EXPECT_EQ(RegSetKeySecurity(opened.get(), DACL_SECURITY_INFORMATION, denied), ERROR_SUCCESS);
         LocalFree(denied);
-        context.cleanups.push_back([opened, original] {
-            RegSetKeySecurity(opened, DACL_SECURITY_INFORMATION, original->data());
-            RegCloseKey(opened);
+        context.cleanups.push_back([root, key, original] {
+            support::UniqueHKey again;  // the owner may always change the key's security
+            if (support::OpenKey(root, key.c_str(), WRITE_DAC, again) == ERROR_SUCCESS) {
+                RegSetKeySecurity(again.get(), DACL_SECURITY_INFORMATION, original->data());
+            }
         });
     };
 }
