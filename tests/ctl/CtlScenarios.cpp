@@ -69,8 +69,10 @@ std::vector<Scenario> Rows()
                      Mgctl(L"disable e2eDrift", 0, {Out(L"already disabled"), Saved("user/Disabled", L"e2eDrift")}),
                      Mgctl(L"delay e2eDrift", 0, {Saved("user/Delayed", L"e2eDrift"), Saved("user/Disabled", L"e2eDrift", 0)}),
                      Logon(L"", 0, {Started({"drift"})})}});
-    rows.push_back({"RefusedSaveIsRolledBack", Both, {RunValue(Hkcu, L"e2eKept", drift), StoreIsAFolder()},
-                    {Mgctl(L"delay e2eKept", 1, {Err(L"store refused"), On(Hkcu, L"e2eKept", drift)})}});
+    rows.push_back({"RefusedSaveIsRolledBack", Both,
+                    {RunValue(Hkcu, L"e2eKept", drift), Shortcut(UserStartup, L"e2eKept.lnk", L"kept"), StoreIsAFolder()},
+                    {Mgctl(L"delay HKCU\\Run\\e2eKept", 1, {Err(L"store refused"), On(Hkcu, L"e2eKept", drift)}),
+                     Mgctl(L"delay e2eKept.lnk", 1, {Err(L"store refused"), On(UserStartup, L"e2eKept.lnk")})}});
     rows.push_back({"NonAsciiEntriesAreNotSaved", Both, {RunValue(Hkcu, L"e2eCaf\u00e9", drift)},
                     {Mgctl(L"disable e2eCaf\u00e9", 1, {Err(L"ASCII"), On(Hkcu, L"e2eCaf\u00e9", drift)}),
                      Mgctl(L"list --json", 0, {Json(L"HKCU\\Run\\e2eCaf\u00e9", {{"storable", "false"}})})}});
