@@ -1,7 +1,5 @@
-// The recursive reader/writer lock with real threads, and its misuse and construction order in
-// a probe process of its own.
-#include "support/SyncRWLock.h"
-#include "tests/support/SuiteFixture.h"
+// The recursive reader/writer lock with real threads; its misuse in probe processes.
+#include "tests/support/SupportFolder.h"
 
 #include <cctype>
 #include <functional>
@@ -9,11 +7,23 @@
 
 using namespace testing_support;
 
+void ApplyLockOps(support::ISyncRWLock& lock, const std::string& ops, const DWORD* ids)
+{
+    using Operation = void (support::ISyncRWLock::*)(DWORD);
+    static constexpr Operation kOperations[] = {&support::ISyncRWLock::LockRead, &support::ISyncRWLock::UnlockRead,
+                                                &support::ISyncRWLock::LockWrite, &support::ISyncRWLock::UnlockWrite};
+    for (size_t i = 0; i < ops.size(); ++i) {
+        const char target = i + 1 < ops.size() ? ops[i + 1] : '\0';
+        const DWORD id = target == 'x' ? 0x7FFF0004 : std::isdigit(target) ? ids[target - '0'] : 0;
+        (lock.*kOperations[std::string("RrWw").find(ops[i])])(id);
+        i += target == 'x' || std::isdigit(target) ? 1 : 0;
+    }
+}
+
 namespace {
 
-constexpr DWORD kBlocked = 250;   // long enough to be sure a step is waiting
-constexpr DWORD kPrompt = 5000;   // a step that should finish does so well within this
-constexpr DWORD kAbsentThread = 0x7FFF0004;  // no thread has this id
+constexpr DWORD kBlocked = 250;  // long enough to be sure a step is waiting
+constexpr DWORD kPrompt = 5000;  // a step that should finish does so well within this
 
 // One thread that runs the steps it is handed, one at a time.
 struct Actor {
@@ -55,19 +65,14 @@ struct Actor {
     }
 };
 
-// Plays a scenario of space-separated steps on one lock and five actors. "N<ops>" hands actor
-// N lock operations: R/r LockRead/UnlockRead, W/w LockWrite/UnlockWrite, each for N's own
-// thread or, followed by a digit M or 'x', for actor M's thread or an id no thread has. They
-// must finish promptly, or with a final '?' must stay blocked. "N!": N's blocked step now
-// finishes promptly; "N~": it is still blocked.
+// Plays space-separated steps on one lock with four actors. "N<ops>" hands actor N lock
+// operations (ApplyLockOps, a digit naming an actor) that must finish promptly, or with a final
+// '?' must stay blocked. "N!": N's blocked step now finishes promptly; "N~": it is still blocked.
 void Play(const std::string& scenario)
 {
-    using Operation = void (support::CSyncRWLock::*)(DWORD);
-    static constexpr Operation kOperations[] = {
-        &support::CSyncRWLock::LockRead, &support::CSyncRWLock::UnlockRead,
-        &support::CSyncRWLock::LockWrite, &support::CSyncRWLock::UnlockWrite};
     support::CSyncRWLock lock;
-    Actor actors[5];
+    Actor actors[4];
+    const DWORD ids[] = {actors[0].id, actors[1].id, actors[2].id, actors[3].id};
     std::istringstream steps(scenario);
     for (std::string step; steps >> step;) {
         SCOPED_TRACE(step);
@@ -77,53 +82,48 @@ void Play(const std::string& scenario)
             continue;
         }
         const bool blocks = step.back() == '?';
-        actor.Start([&lock, &actors, ops = step.substr(1, step.size() - 1 - blocks)] {
-            for (size_t i = 0; i < ops.size(); ++i) {
-                const char target = ops[i + 1];  // '\0' after the last
-                const DWORD id = target == 'x' ? kAbsentThread : std::isdigit(target) ? actors[target - '0'].id : 0;
-                (lock.*kOperations[std::string("RrWw").find(ops[i])])(id);
-                i += id != 0 ? 1 : 0;
-            }
-        });
+        const std::string ops = step.substr(1, step.size() - 1 - blocks);
+        actor.Start([&lock, &ids, ops] { ApplyLockOps(lock, ops, ids); });
         ASSERT_EQ(actor.Idle(blocks ? kBlocked : kPrompt), !blocks);
     }
 }
 
 TEST(SyncRWLock, ScenariosWithRealThreads)
 {
-    const char* const scenarios[] = {
-        // Nested reads need as many unlocks before a writer gets in.
-        "0RRr 1W? 0r 1! 1w",
-        // The writer nests and reads while it writes; a reader gets in only once all are back.
-        "0WWR 1R? 0rw 1~ 0w 1!",
-        "0WWR 1R? 0ww 1~ 0r 1!",
-        // A waiting writer holds back a new reader and goes first.
-        "0R 1W? 2R? 0r 1! 2~ 1w 2!",
-        // Waiting writers are served before waiting readers.
-        "0W 1R? 2W? 0w 2! 1~ 2w 1!",
-        // A finished writer lets three waiting readers in together; a writer then waits for all.
-        "0W 1R? 2R? 3R? 0w 1! 2! 3! 4W? 1r 4~ 2r 4~ 3r 4!",
-        // One thread locks and unlocks on behalf of another thread id.
-        "0WxRx 1R? 0wx 1~ 0rx 1! 2W? 0r1 2!",
-    };
-    for (const char* scenario : scenarios) {
+    for (const char* scenario : {
+             // Nested reads need as many unlocks before a writer gets in.
+             "0RRr 1W? 0r 1! 1w",
+             // The writer nests and reads while it writes; a reader gets in only once all are back.
+             "0WWR 1R? 0rw 1~ 0w 1!",
+             "0WWR 1R? 0ww 1~ 0r 1!",
+             // A waiting writer holds back a new reader and goes first.
+             "0R 1W? 2R? 0r 1! 2~ 1w 2!",
+             // Waiting writers are served before waiting readers.
+             "0W 1R? 2W? 0w 2! 1~ 2w 1!",
+             // A finished writer lets three waiting readers in together; a writer then waits for all.
+             "0W 1R? 2R? 3R? 0w 1! 2! 3! 0W? 1r 0~ 2r 0~ 3r 0!",
+             // One thread locks and unlocks on behalf of another thread id.
+             "0WxRx 1R? 0wx 1~ 0rx 1! 2W? 0r1 2!",
+         }) {
         SCOPED_TRACE(scenario);
         Play(scenario);
     }
 }
 
-using SyncRWLockProcess = support_tests::SuiteFolder;
+using SyncRWLockProbe = SupportFolder;
 
-TEST_F(SyncRWLockProcess, MisuseEndsTheProcessAndTheProcessLockIsBuiltFirst)
+// The probe runs the operations on the process-wide lock before any other global is built: a
+// lock built later would not have worked (or would have been reset under the operations).
+TEST_F(SyncRWLockProbe, MisuseEndsTheProcess)
 {
     // Unlocks of what is not held (also another id's read or write), an upgrade, and a writer
-    // giving back one read too many.
-    for (const wchar_t* misuse : {L"r", L"Rxr", L"w", L"Wwx", L"RW", L"WRrr"}) {
-        SCOPED_TRACE(Utf8(misuse));
-        EXPECT_EQ(RunProbe(std::wstring(L"lock ") + misuse), support::kSyncRWLockMisuse);
+    // giving back one read too many; last, correct use.
+    for (const auto& [ops, exitCode] : std::initializer_list<std::pair<const wchar_t*, DWORD>>{
+             {L"r", 0xC0000420}, {L"Rxr", 0xC0000420}, {L"w", 0xC0000420}, {L"Wwx", 0xC0000420},
+             {L"RW", 0xC0000420}, {L"WRrr", 0xC0000420}, {L"WRrwRxrx", 0}}) {
+        SCOPED_TRACE(Utf8(ops));
+        EXPECT_EQ(Probe(std::wstring(L"lock:") + ops), exitCode);
     }
-    EXPECT_EQ(RunProbe(L"lock WRrw"), 0u) << "correct use";
-    EXPECT_EQ(RunProbe(L"lock early"), 0u) << "built before the other globals, destroyed after them";
 }
 
 } // namespace
