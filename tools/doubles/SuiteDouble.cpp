@@ -45,17 +45,12 @@ void Record(const wchar_t* format, ...)
     }
 }
 
-bool Fails(const wchar_t* step)
-{
-    return Setting(L"DOUBLE_FAIL") == step;
-}
-
 struct ProductInfoUI final : support::IProductInfoUI {
     std::wstring answer;  // owned by the interface, as the real one's
     void Reserved0() override { Record(L"slot 0"); }
-    int Init(int flags) override { return Record(L"Init %d", flags), Fails(L"init") ? 5 : 0; }
+    int Init(int flags) override { return Record(L"Init %d", flags), Setting(L"DOUBLE_FAIL") == L"init" ? 5 : 0; }
     void Release() override { Record(L"Release"); }
-    int Start() override { return Record(L"Start"), Fails(L"start") ? 21 : 0; }
+    int Start() override { return Record(L"Start"), Setting(L"DOUBLE_FAIL") == L"start" ? 21 : 0; }
     void Uninit() override { Record(L"Uninit"); }
     void Reserved5() override { Record(L"slot 5"); }
     const wchar_t* GetString(int item, const wchar_t* context) override
@@ -71,17 +66,11 @@ struct ProductInfoObject final : support::IProductInfoObject {
     support::IProductInfoUI* GetInterface(const GUID& id) override
     {
         Record(L"GetInterface");
-        return IsEqualGUID(id, kInterfaceId) && !Fails(L"interface") ? &ui : nullptr;
+        return IsEqualGUID(id, kInterfaceId) && Setting(L"DOUBLE_FAIL") != L"interface" ? &ui : nullptr;
     }
 };
 
 [[maybe_unused]] ProductInfoObject* g_created = nullptr;
-
-[[maybe_unused]] LONG WINAPI RecordCrash(EXCEPTION_POINTERS* exception)
-{
-    Record(L"caught 0x%08lx", exception->ExceptionRecord->ExceptionCode);
-    return EXCEPTION_CONTINUE_SEARCH;  // the process dies as it would have
-}
 
 } // namespace
 
@@ -89,7 +78,7 @@ struct ProductInfoObject final : support::IProductInfoObject {
 DOUBLE_EXPORT int QmCreateObject(const wchar_t* name, const GUID* id, void** object)
 {
     Record(L"QmCreateObject %s", name);
-    *object = IsEqualGUID(*id, kObjectId) && !Fails(L"create") ? (g_created = new ProductInfoObject) : nullptr;
+    *object = IsEqualGUID(*id, kObjectId) && Setting(L"DOUBLE_FAIL") != L"create" ? (g_created = new ProductInfoObject) : nullptr;
     return *object ? 0 : static_cast<int>(REGDB_E_CLASSNOTREG);
 }
 #endif
@@ -107,7 +96,10 @@ DOUBLE_EXPORT int QmDestroyObject(const wchar_t* name, void* object)
 DOUBLE_EXPORT HRESULT EnableCrashHandler(int first, int second, const wchar_t* options)
 {
     Record(L"EnableCrashHandler %d %d %s", first, second, options);
-    SetUnhandledExceptionFilter(&RecordCrash);
+    SetUnhandledExceptionFilter([](EXCEPTION_POINTERS* exception) -> LONG {
+        Record(L"caught 0x%08lx", exception->ExceptionRecord->ExceptionCode);
+        return EXCEPTION_CONTINUE_SEARCH;  // the process dies as it would have
+    });
     return static_cast<HRESULT>(std::wcstoul(Setting(L"DOUBLE_ENABLE_RESULT").c_str(), nullptr, 0));
 }
 #endif
@@ -127,11 +119,7 @@ DOUBLE_EXPORT HRESULT LogWrite(unsigned short depthChange, const int* logClass, 
 }
 
 #ifndef DOUBLE_WRITE_ONLY
-DOUBLE_EXPORT HRESULT LogInit()
-{
-    Record(L"LogInit");
-    return Sleep(std::wcstoul(Setting(L"DOUBLE_LOGINIT_DELAY_MS").c_str(), nullptr, 10)), S_OK;
-}
+DOUBLE_EXPORT HRESULT LogInit() { return Record(L"LogInit"), Sleep(_wtoi(Setting(L"DOUBLE_LOGINIT_DELAY_MS").c_str())), S_OK; }
 DOUBLE_EXPORT HRESULT LogDeinit() { return Record(L"LogDeinit"), S_OK; }
 DOUBLE_EXPORT HRESULT LogUninitDeskMetrics() { return Record(L"LogUninitDeskMetrics"), S_OK; }
 DOUBLE_EXPORT HRESULT LogRemoveModule(const char* owner) { return Record(L"LogRemoveModule %S", owner), S_OK; }
