@@ -78,16 +78,13 @@ bool StartsWithStartableProgram(const std::wstring& command)
     return false;
 }
 
-// Where the store would refuse a write: the file is a folder, read-only, or cannot be opened.
+// Where the store would refuse a write: the file cannot be opened for writing (it is a folder, it
+// is read-only, or the user may not write it). A missing file is created by the save.
 bool StoreRefusesWrites()
 {
     const wchar_t* path = storage::CStartupItemsStorage::Instance().StoragePath();
-    const DWORD attributes = GetFileAttributesW(path);
-    if (attributes == INVALID_FILE_ATTRIBUTES) {
+    if (GetFileAttributesW(path) == INVALID_FILE_ATTRIBUTES) {
         return false;
-    }
-    if ((attributes & (FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_READONLY)) != 0) {
-        return true;
     }
     const support::UniqueFile file(CreateFileW(path, GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE,
                                                nullptr,  // default security
@@ -213,11 +210,9 @@ int Resave(const Entry& entry, bool delay)
     return Done(entry.id + L" is now " + (delay ? L"delayed" : L"disabled") + L" (was " + StateOf(entry) + L")");
 }
 
+// Delay or disable of a Run value or a Startup-folder file; Store app tasks never get here.
 int SwitchOff(const Entry& entry, bool delay)
 {
-    if (entry.kind == EntryKind::StoreTask) {
-        return kFailed;  // handled by the callers
-    }
     if (!IsStorable(entry.item)) {
         return Fail(entry.id + L" has characters other than ASCII in its name, folder or command, which "
                                L"Storage.json cannot keep; nothing was changed");

@@ -138,10 +138,8 @@ std::wstring BuildStoragePath(const std::wstring& userFolder)
         // Neither folder is known: the store lies beside the program, and nothing is created.
         path = support::ProgramFolder();
     }
-    // With no folder at all the file name stands alone, relative to the current folder.
-    if (!path.empty()) {
-        AppendBackslash(path);
-    }
+    // Both folders end in a backslash by now; with neither, the file name stands alone, relative
+    // to the current folder.
     return path + kStorageFile;
 }
 

@@ -8,6 +8,7 @@
 #include "actions/CWin8StartupFolderActions.h"
 #include "actions/CommandTarget.h"
 #include "actions/MicrosoftStoreAppsActions.h"
+#include "actions/MicrosoftStoreStartupItem.h"
 #include "actions/StartupAppsActionExec.h"
 #include "actions/Win8StartupItem.h"
 #include "storage/StartupItemsStorage.h"
@@ -177,6 +178,11 @@ TEST(StoreAppTasks, StateChangesAndTheirRecords)
     EXPECT_EQ(tasks.Check(*Item(L"AppTask", dir.Path(), L"\"" + (dir / L"app.exe") + L"\" -x")), 0);
     EXPECT_EQ(tasks.Check(*Item(L"AppTask", dir / L"Missing", dir / L"app.exe")), 31);
     EXPECT_EQ(tasks.Check(*Item(L"AppTask", dir.Path(), dir / L"gone.exe")), 31);
+    // An empty task key would name HKEY_CLASSES_ROOT itself: refused before the registry is asked.
+    DWORD state = 7;
+    EXPECT_EQ(actions::MicrosoftStoreStartupItem::GetItemRegValue(HKEY_CLASSES_ROOT, L"", state), 31u);
+    EXPECT_EQ(actions::MicrosoftStoreStartupItem::SetItemRegValue(HKEY_CLASSES_ROOT, L"", 1), 31u);
+    EXPECT_FALSE(ReadValue(HKEY_CLASSES_ROOT, L"", L"State").has_value());
 }
 
 // Below Windows 8 a file that is not a shortcut is started from where it lies; the test for a
