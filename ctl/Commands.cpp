@@ -25,7 +25,6 @@ struct Command {
     bool takesEntry;
 };
 
-int Usage(const std::wstring& problem);
 
 std::vector<Entry> LoadEntries()
 {

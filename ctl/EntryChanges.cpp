@@ -3,7 +3,6 @@
 #include "actions/MicrosoftStoreStartupItem.h"
 #include "actions/StartupAppsActionExec.h"
 #include "ctl/Console.h"
-#include "ctl/Shortcut.h"
 #include "launcher/Modes.h"
 #include "storage/StartupItemsStorage.h"
 #include "support/Handles.h"
