@@ -25,7 +25,6 @@ struct Command {
     bool takesEntry;
 };
 
-
 std::vector<Entry> LoadEntries()
 {
     return CollectEntries(actions::IsWindows8OrGreater());
