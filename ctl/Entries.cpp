@@ -1,6 +1,7 @@
 #include "ctl/Entries.h"
 
 #include "actions/CommandTarget.h"
+#include "actions/IStartupAppsActions.h"
 #include "launcher/Modes.h"
 
 #include <cstring>
@@ -22,11 +23,6 @@ std::wstring Key(EntryKind kind, const storage::StartupItem& item)
         path.pop_back();
     }
     return std::to_wstring(static_cast<int>(kind)) + L"|" + Folded(path) + L"|" + Folded(item.Name);
-}
-
-EntryKind KindOfSection(int locationKind)
-{
-    return locationKind == 0 ? EntryKind::RunValue : EntryKind::FolderFile;
 }
 
 Entry FromLocation(LocationEntry shown)
@@ -65,6 +61,11 @@ void AttachSaved(std::vector<Entry>& entries, EntryKind kind, const char* sectio
 }
 
 } // namespace
+
+EntryKind KindOfSection(int locationKind)
+{
+    return locationKind == actions::RunKey ? EntryKind::RunValue : EntryKind::FolderFile;
+}
 
 bool IsDelayedSection(const char* section)
 {

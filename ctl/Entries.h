@@ -33,6 +33,8 @@ bool IsStorable(const storage::StartupItem& item);
 // The file the command runs, as the launcher's check resolves it.
 std::optional<std::wstring> TargetOf(const std::wstring& command);
 
+// The kind of entry a section of the store holds, from the location kind that acts on it.
+EntryKind KindOfSection(int locationKind);
 // The section of the store that holds an entry of this kind when delayed or disabled.
 const char* SectionFor(EntryKind kind, bool delayed);
 

@@ -309,8 +309,7 @@ int EnableAllSaved()
             if (exec.Execute(actions::ActionEnable, step.kind, one, false) == actions::kActionSucceeded) {
                 back.push_back(item);
             } else {
-                failed.push_back(IdOfSavedItem(step.kind == actions::RunKey ? EntryKind::RunValue : EntryKind::FolderFile,
-                                               *item));
+                failed.push_back(IdOfSavedItem(KindOfSection(step.kind), *item));
             }
         }
         enabled += back.size();
