@@ -98,7 +98,7 @@ std::vector<Scenario> Rows()
                             Json(L"HKCU\\Run\\e2eLate", {{"start", "false"}, {"reason", "\"time\""}, {"changed_time", "200"}}),
                             Json(L"HKCU\\Run\\e2eGone", {{"start", "false"}, {"reason", "\"check\""}})}),
                      Logon(L"/time:150", 0, {Started({"early"})}),
-                     Mgctl(L"plan", 0, {Out(L"HKCU\\Run\\e2eLate   yes")}), Logon(L"", 0, {Started({"early", "late"})})}});
+                     Mgctl(L"plan", 0, {Out(L"HKCU\\Run\\e2eLate   yes    -       200      " + Recorder(L"late"))}), Logon(L"", 0, {Started({"early", "late"})})}});
     // An item whose Run key is gone cannot be put back: it stays saved, and the launcher stays registered.
     rows.push_back({"UninstallPutsEverythingBackFirst", Both,
                     {RunValue(Hkcu, L"e2eBack", drift),
