@@ -124,14 +124,6 @@ std::vector<Scenario> Rows()
     return rows;
 }
 
-class Actions : public ::testing::TestWithParam<Scenario> {};
-
-TEST_P(Actions, Scenario)
-{
-    Execute(GetParam());
-}
-
-INSTANTIATE_TEST_SUITE_P(Rows, Actions, ::testing::ValuesIn(ForThisGeneration(Rows())),
-                         [](const auto& info) { return info.param.name; });
+MORROWGATE_SCENARIO_ROWS(Actions, Rows());
 
 } // namespace

@@ -8,6 +8,8 @@
 
 #include <windows.h>
 
+#include <gtest/gtest.h>
+
 #include <cstdint>
 #include <functional>
 #include <ostream>
@@ -123,3 +125,11 @@ Fact Json(std::wstring id, std::vector<std::pair<std::string, std::string>> fiel
 Fact JsonIds(std::vector<std::wstring> ids);  // the ids holding "\e2e", in order
 
 } // namespace scenario
+
+// Runs the rows of a table that suit this process's Windows generation as the tests of one suite,
+// each named after its row.
+#define MORROWGATE_SCENARIO_ROWS(suite, rows)                                                      \
+    class suite : public ::testing::TestWithParam<::scenario::Scenario> {};                       \
+    TEST_P(suite, Scenario) { ::scenario::Execute(GetParam()); }                                   \
+    INSTANTIATE_TEST_SUITE_P(Rows, suite, ::testing::ValuesIn(::scenario::ForThisGeneration(rows)), \
+                             [](const auto& info) { return info.param.name; })

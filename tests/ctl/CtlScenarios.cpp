@@ -131,14 +131,6 @@ std::vector<Scenario> Rows()
     return rows;
 }
 
-class Mgctl : public ::testing::TestWithParam<Scenario> {};
-
-TEST_P(Mgctl, Scenario)
-{
-    Execute(GetParam());
-}
-
-INSTANTIATE_TEST_SUITE_P(Rows, Mgctl, ::testing::ValuesIn(ForThisGeneration(Rows())),
-                         [](const auto& info) { return info.param.name; });
+MORROWGATE_SCENARIO_ROWS(Mgctl, Rows());
 
 } // namespace

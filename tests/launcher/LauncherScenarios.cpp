@@ -115,15 +115,7 @@ std::vector<Scenario> Rows()
     return rows;
 }
 
-class Launcher : public ::testing::TestWithParam<Scenario> {};
-
-TEST_P(Launcher, Scenario)
-{
-    Execute(GetParam());
-}
-
-INSTANTIATE_TEST_SUITE_P(Rows, Launcher, ::testing::ValuesIn(ForThisGeneration(Rows())),
-                         [](const auto& info) { return info.param.name; });
+MORROWGATE_SCENARIO_ROWS(Launcher, Rows());
 
 // The switches, read without starting anything: a prefix test per switch, case-sensitive, the
 // later "/time:" or "/checkuser:" wins, and a time bound saturates instead of wrapping.
