@@ -90,14 +90,6 @@ void Write(unsigned short depthChange, int logClass, const wchar_t* function,
     WriteFormatted(depthChange, logClass, function, format.Text(), args...);
 }
 
-// A message held in a variable: written as text, never read as a format.
-template <typename Message>
-    requires std::is_pointer_v<Message> && std::is_convertible_v<Message, const wchar_t*>
-void Write(unsigned short depthChange, int logClass, const wchar_t* function, const Message& message)
-{
-    WriteFormatted(depthChange, logClass, function, L"%s", static_cast<const wchar_t*>(message));
-}
-
 } // namespace logging
 
 // A plain message line: written, and its arguments evaluated, only while logging is active.
