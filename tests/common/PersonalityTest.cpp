@@ -13,5 +13,5 @@ TEST(WinePersonality, MatchesWhatTheRunAskedFor)
     if (expected == nullptr) {
         GTEST_SKIP() << "not started by ctest";
     }
-    EXPECT_EQ(testing_support::IsWindows8OrLater(), std::string(expected) == "win10");
+    EXPECT_EQ(IsWindows8OrGreater(), std::string(expected) == "win10");
 }

@@ -12,6 +12,7 @@
 
 #include <algorithm>
 #include <sstream>
+#include <versionhelpers.h>
 
 using namespace testing_support;
 
@@ -42,7 +43,8 @@ struct Programs {
     Programs()
     {
         for (const wchar_t* program : {L"Morrowgate.exe", L"mgctl.exe"}) {
-            SetWineVersion(program, IsWindows8OrLater() ? L"win10" : L"win7");
+            SetString(HKEY_CURRENT_USER, std::wstring(L"Software\\Wine\\AppDefaults\\") + program, L"Version",
+                      IsWindows8OrGreater() ? L"win10" : L"win7");
         }
         CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
     }
@@ -55,15 +57,46 @@ struct Programs {
     }
 };
 
-std::wstring ApprovedKey(RunKey key) { return std::wstring(kApproved) + (key == Hklm32 ? L"Run32" : L"Run"); }
-std::wstring ApprovedKey(Folder) { return std::wstring(kApproved) + L"StartupFolder"; }
-HKEY RootOf(Folder folder) { return folder == UserStartup ? HKEY_CURRENT_USER : HKEY_LOCAL_MACHINE; }
+bool IsFolder(Location where) { return where == UserStartup || where == CommonStartup; }
+HKEY RootOf(Location where) { return where == Hkcu || where == UserStartup ? HKEY_CURRENT_USER : HKEY_LOCAL_MACHINE; }
+std::wstring RunKeyOf(Location key)
+{
+    return key == Hklm32 ? L"Software\\WOW6432Node\\Microsoft\\Windows\\CurrentVersion\\Run" : kRunPath;
+}
+std::wstring ApprovedKey(Location where)
+{
+    return kApproved + std::wstring(IsFolder(where) ? L"StartupFolder" : where == Hklm32 ? L"Run32" : L"Run");
+}
 
 // Whether the approved value, if any, says off (state 1 or 3).
-bool ApprovedOff(HKEY root, const std::wstring& key, const std::wstring& name)
+bool ApprovedOff(Location where, const std::wstring& name)
 {
-    const auto value = ReadValue(root, key, name);
+    const auto value = ReadValue(RootOf(where), ApprovedKey(where), name);
     return value && !value->data.empty() && (value->data[0] == 1 || value->data[0] == 3);
+}
+
+// The value in its Run key, or the file in its folder.
+bool InPlace(Location where, const std::wstring& name)
+{
+    return IsFolder(where) ? FileExists(JoinPath(FolderOf(where), name))
+                           : ReadValue(RootOf(where), RunKeyOf(where), name).has_value();
+}
+bool InBackup(Location folder, const std::wstring& name)
+{
+    return FileExists(JoinPath(FolderOf(folder), L"QmBkpFolder\\" + name));
+}
+
+// The message of each line of the development log: "<time> <class> <ids> |<indent><function>: <message>".
+std::vector<std::string> LogMessages(const Context& context)
+{
+    std::vector<std::string> messages;
+    std::istringstream in(ReadFileBytes(context.log).value_or(""));
+    for (std::string line; std::getline(in, line);) {
+        if (const size_t colon = line.find(": ", line.find(" |")); colon != std::string::npos) {
+            messages.push_back(line.substr(colon + 2));
+        }
+    }
+    return messages;
 }
 
 void DeleteValuesNamedE2e(HKEY root, const std::wstring& key)
@@ -83,31 +116,29 @@ void DeleteValuesNamedE2e(HKEY root, const std::wstring& key)
     }
 }
 
+void RemoveFilesNamedE2e(const std::wstring& folder)
+{
+    WIN32_FIND_DATAW found;
+    const HANDLE search = FindFirstFileW(JoinPath(folder, L"e2e*").c_str(), &found);
+    for (bool more = search != INVALID_HANDLE_VALUE; more; more = FindNextFileW(search, &found)) {
+        RemoveTree(JoinPath(folder, found.cFileName));
+    }
+    FindClose(search);
+}
+
 // Everything a row may have made, so that each row starts from the same world.
 void Clear(const std::wstring& store)
 {
-    for (RunKey key : {Hkcu, Hklm, Hklm32}) {
-        DeleteValuesNamedE2e(RootOf(key), KeyOf(key));
-        DeleteValuesNamedE2e(RootOf(key), ApprovedKey(key));
-    }
-    for (Folder folder : {UserStartup, CommonStartup}) {
-        for (const std::wstring& where : {FolderOf(folder), JoinPath(FolderOf(folder), L"QmBkpFolder")}) {
-            WIN32_FIND_DATAW found;
-            const HANDLE search = FindFirstFileW((where + L"\\e2e*").c_str(), &found);
-            for (bool more = search != INVALID_HANDLE_VALUE; more; more = FindNextFileW(search, &found)) {
-                SetFileAttributesW(JoinPath(where, found.cFileName).c_str(), FILE_ATTRIBUTE_NORMAL);
-                DeleteFileW(JoinPath(where, found.cFileName).c_str());
-            }
-            FindClose(search);
+    for (Location where : {Hkcu, Hklm, Hklm32, UserStartup, CommonStartup}) {
+        if (!IsFolder(where)) {
+            DeleteValuesNamedE2e(RootOf(where), RunKeyOf(where));
         }
-        DeleteValuesNamedE2e(RootOf(folder), ApprovedKey(folder));
+        DeleteValuesNamedE2e(RootOf(where), ApprovedKey(where));
     }
-    WIN32_FIND_DATAW found;
-    const HANDLE search = FindFirstFileW(L"C:\\e2e*", &found);
-    for (bool more = search != INVALID_HANDLE_VALUE; more; more = FindNextFileW(search, &found)) {
-        RemoveTree(std::wstring(L"C:\\") + found.cFileName);
+    for (const std::wstring& folder : {FolderOf(UserStartup), FolderOf(CommonStartup), std::wstring(L"C:\\")}) {
+        RemoveFilesNamedE2e(folder);
+        RemoveFilesNamedE2e(JoinPath(folder, L"QmBkpFolder"));
     }
-    FindClose(search);
     DeleteTree(HKEY_LOCAL_MACHINE, kTasks);
     DeleteValue(HKEY_CURRENT_USER, kRunPath, L"Morrowgate");
     RemoveTree(store);
@@ -167,7 +198,7 @@ void Execute(const Scenario& row)
     static Programs programs;
     TempDir scratch;
     const std::wstring bin = ProgramFolder();
-    Context context{IsWindows8OrLater(), bin, JoinPath(bin, L"Morrowgate.exe"), JoinPath(bin, L"mgctl.exe"),
+    Context context{IsWindows8OrGreater(), bin, JoinPath(bin, L"Morrowgate.exe"), JoinPath(bin, L"mgctl.exe"),
                     scratch / L"run.log", scratch / L"started.txt", scratch / L"out.txt", scratch / L"err.txt",
                     programs.store, {}, {}};
     Clear(context.store);
@@ -200,17 +231,11 @@ std::vector<Scenario> ForThisGeneration(const std::vector<Scenario>& rows)
 {
     std::vector<Scenario> chosen;
     std::copy_if(rows.begin(), rows.end(), std::back_inserter(chosen),
-                 [](const Scenario& row) { return (row.generation & (IsWindows8OrLater() ? Win10 : Win7)) != 0; });
+                 [](const Scenario& row) { return (row.generation & (IsWindows8OrGreater() ? Win10 : Win7)) != 0; });
     return chosen;
 }
 
-HKEY RootOf(RunKey key) { return key == Hkcu ? HKEY_CURRENT_USER : HKEY_LOCAL_MACHINE; }
-const wchar_t* KeyOf(RunKey key)
-{
-    return key == Hklm32 ? L"Software\\WOW6432Node\\Microsoft\\Windows\\CurrentVersion\\Run" : kRunPath;
-}
-
-std::wstring FolderOf(Folder folder)
+std::wstring FolderOf(Location folder)
 {
     wchar_t path[MAX_PATH] = {};
     SHGetSpecialFolderPathW(nullptr, path, folder == UserStartup ? CSIDL_STARTUP : CSIDL_COMMON_STARTUP, TRUE);
@@ -222,12 +247,12 @@ std::wstring Recorder(const std::wstring& tag)
     return L"\"" + JoinPath(ProgramFolder(), L"startrecorder.exe") + L"\" " + tag;
 }
 
-Fact RunValue(RunKey key, std::wstring name, std::wstring command, DWORD type)
+Fact RunValue(Location key, std::wstring name, std::wstring command, DWORD type)
 {
-    return [=](Context&) { SetString(RootOf(key), KeyOf(key), name, command, type); };
+    return [=](Context&) { SetString(RootOf(key), RunKeyOf(key), name, command, type); };
 }
 
-Fact Shortcut(Folder folder, std::wstring name, std::wstring tag)
+Fact Shortcut(Location folder, std::wstring name, std::wstring tag)
 {
     return [=](Context&) {
         IShellLinkW* link = nullptr;
@@ -243,7 +268,7 @@ Fact Shortcut(Folder folder, std::wstring name, std::wstring tag)
     };
 }
 
-Fact File(Folder folder, std::wstring name, std::string bytes)
+Fact File(Location folder, std::wstring name, std::string bytes)
 {
     return [=](Context&) {
         const std::wstring path = JoinPath(FolderOf(folder), name);
@@ -262,8 +287,8 @@ Fact Store(std::vector<StoredItem> items)
         picojson::value& list = sections.emplace(item.where.substr(slash + 1), picojson::array()).first->second;
         list.get<picojson::array>().emplace_back(picojson::object{
             {"Name", picojson::value(item.name)}, {"Cmd", picojson::value(item.command)},
-            {"Path", picojson::value(item.path)}, {"BkpPath", picojson::value("")},
-            {"ChangedTime", picojson::value(item.changedTime)}});
+            {"Path", picojson::value(item.path)},
+            {"ChangedTime", picojson::value(item.changedTime)}, {"BkpPath", picojson::value(item.backup)}});
     }
     return StoreBytes(picojson::value(document).serialize());
 }
@@ -277,14 +302,9 @@ Fact StoreBytes(std::string bytes)
     };
 }
 
-Fact Approved(RunKey key, std::wstring name, std::vector<std::uint8_t> bytes)
+Fact Approved(Location where, std::wstring name, std::vector<std::uint8_t> bytes)
 {
-    return [=](Context&) { SetBinary(RootOf(key), ApprovedKey(key), name, bytes); };
-}
-
-Fact Approved(Folder folder, std::wstring name, std::vector<std::uint8_t> bytes)
-{
-    return [=](Context&) { SetBinary(RootOf(folder), ApprovedKey(folder), name, bytes); };
+    return [=](Context&) { SetBinary(RootOf(where), ApprovedKey(where), name, bytes); };
 }
 
 Fact StoreIsAFolder()
@@ -319,51 +339,37 @@ Fact DenyWrites(HKEY root, std::wstring key)
     };
 }
 
-Fact SwitchedBackOn(RunKey key, std::wstring name, std::wstring command)
+Fact SwitchedBackOn(Location key, std::wstring name, std::wstring command)
 {
     return [=](Context& context) {
         if (context.windows10) {
             SetBinary(RootOf(key), ApprovedKey(key), name, {2, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0});
         } else {
-            SetString(RootOf(key), KeyOf(key), name, command);
+            SetString(RootOf(key), RunKeyOf(key), name, command);
         }
     };
 }
 
-Fact On(RunKey key, std::wstring name, std::wstring command, DWORD type)
+Fact On(Location where, std::wstring name, std::wstring command, DWORD type)
 {
     return [=](Context&) {
-        const auto value = ReadValue(RootOf(key), KeyOf(key), name);
-        ASSERT_TRUE(value.has_value()) << Utf8(name) << " is not in its Run key";
-        EXPECT_EQ(value->type, type);
-        EXPECT_EQ(ReadString(RootOf(key), KeyOf(key), name), command);
-        EXPECT_FALSE(ApprovedOff(RootOf(key), ApprovedKey(key), name)) << Utf8(name);
+        ASSERT_TRUE(InPlace(where, name)) << Utf8(name) << " is not in its place";
+        if (IsFolder(where)) {
+            EXPECT_FALSE(InBackup(where, name)) << Utf8(name);
+        } else {
+            EXPECT_EQ(ReadValue(RootOf(where), RunKeyOf(where), name)->type, type);
+            EXPECT_EQ(ReadString(RootOf(where), RunKeyOf(where), name), command);
+        }
+        EXPECT_FALSE(ApprovedOff(where, name)) << Utf8(name);
     };
 }
 
-Fact Off(RunKey key, std::wstring name)
+Fact Off(Location where, std::wstring name)
 {
     return [=](Context& context) {
-        EXPECT_EQ(ReadValue(RootOf(key), KeyOf(key), name).has_value(), context.windows10) << Utf8(name);
-        EXPECT_EQ(ApprovedOff(RootOf(key), ApprovedKey(key), name), context.windows10) << Utf8(name);
-    };
-}
-
-Fact On(Folder folder, std::wstring name)
-{
-    return [=](Context&) {
-        EXPECT_TRUE(FileExists(JoinPath(FolderOf(folder), name))) << Utf8(name);
-        EXPECT_FALSE(FileExists(JoinPath(FolderOf(folder), L"QmBkpFolder\\" + name))) << Utf8(name);
-        EXPECT_FALSE(ApprovedOff(RootOf(folder), ApprovedKey(folder), name)) << Utf8(name);
-    };
-}
-
-Fact Off(Folder folder, std::wstring name)
-{
-    return [=](Context& context) {
-        EXPECT_EQ(FileExists(JoinPath(FolderOf(folder), name)), context.windows10) << Utf8(name);
-        EXPECT_EQ(FileExists(JoinPath(FolderOf(folder), L"QmBkpFolder\\" + name)), !context.windows10) << Utf8(name);
-        EXPECT_EQ(ApprovedOff(RootOf(folder), ApprovedKey(folder), name), context.windows10) << Utf8(name);
+        EXPECT_EQ(InPlace(where, name), context.windows10) << Utf8(name);
+        EXPECT_TRUE(!IsFolder(where) || InBackup(where, name) != context.windows10) << Utf8(name);
+        EXPECT_EQ(ApprovedOff(where, name), context.windows10) << Utf8(name);
     };
 }
 
@@ -399,17 +405,10 @@ Fact StoreIs(std::string bytes)
     return [=](Context& context) { EXPECT_EQ(ReadFileBytes(context.store).value_or(""), bytes); };
 }
 
-Fact ApprovedIs(RunKey key, std::wstring name, std::vector<std::uint8_t> bytes)
+Fact ApprovedIs(Location where, std::wstring name, std::vector<std::uint8_t> bytes)
 {
     return [=](Context&) {
-        EXPECT_EQ(ReadValue(RootOf(key), ApprovedKey(key), name).value_or(RegValue{}).data, bytes) << Utf8(name);
-    };
-}
-
-Fact ApprovedIs(Folder folder, std::wstring name, std::vector<std::uint8_t> bytes)
-{
-    return [=](Context&) {
-        EXPECT_EQ(ReadValue(RootOf(folder), ApprovedKey(folder), name).value_or(RegValue{}).data, bytes) << Utf8(name);
+        EXPECT_EQ(ReadValue(RootOf(where), ApprovedKey(where), name).value_or(RegValue{}).data, bytes) << Utf8(name);
     };
 }
 
@@ -427,9 +426,9 @@ Fact LoggedInOrder(std::vector<std::string> texts)
 {
     return [=](Context& context) {
         std::vector<std::string> seen;
-        for (const LogLine& line : ReadLog(context.log)) {
-            const auto match = std::find_if(texts.begin(), texts.end(), [&line](const std::string& text) {
-                return line.message.find(text) != std::string::npos;
+        for (const std::string& message : LogMessages(context)) {
+            const auto match = std::find_if(texts.begin(), texts.end(), [&message](const std::string& text) {
+                return message.find(text) != std::string::npos;
             });
             if (match != texts.end()) {
                 seen.push_back(*match);
@@ -441,7 +440,12 @@ Fact LoggedInOrder(std::vector<std::string> texts)
 
 Fact Logged(std::string text, size_t count)
 {
-    return [=](Context& context) { EXPECT_EQ(CountMessages(ReadLog(context.log), text, true), count) << text; };
+    return [=](Context& context) {
+        const auto messages = LogMessages(context);
+        EXPECT_EQ(std::count_if(messages.begin(), messages.end(), [&text](const std::string& message) {
+                      return message.find(text) != std::string::npos;
+                  }), static_cast<std::ptrdiff_t>(count)) << text;
+    };
 }
 
 // The programs start at once and finish in any order, so the tags are compared sorted.

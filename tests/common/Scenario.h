@@ -69,41 +69,36 @@ void Execute(const Scenario& row);
 // The rows of a table that run under the generation this process sees, for INSTANTIATE_TEST_SUITE_P.
 std::vector<Scenario> ForThisGeneration(const std::vector<Scenario>& rows);
 
-// Locations.
-enum RunKey { Hkcu, Hklm, Hklm32 };
-enum Folder { UserStartup, CommonStartup };
-HKEY RootOf(RunKey key);
-const wchar_t* KeyOf(RunKey key);  // the key below its root
-std::wstring FolderOf(Folder folder);
+// Where an entry lives: a Run key or a Startup folder.
+enum Location { Hkcu, Hklm, Hklm32, UserStartup, CommonStartup };
+std::wstring FolderOf(Location folder);
 std::wstring Recorder(const std::wstring& tag);  // a command that notes the tag when it runs
 
 // Facts that set up.
-Fact RunValue(RunKey key, std::wstring name, std::wstring command, DWORD type = REG_SZ);
-Fact Shortcut(Folder folder, std::wstring name, std::wstring tag);  // a .lnk starting the recorder
-Fact File(Folder folder, std::wstring name, std::string bytes);  // name may hold a subfolder
+Fact RunValue(Location key, std::wstring name, std::wstring command, DWORD type = REG_SZ);
+Fact Shortcut(Location folder, std::wstring name, std::wstring tag);  // a .lnk starting the recorder
+Fact File(Location folder, std::wstring name, std::string bytes);  // name may hold a subfolder
 struct StoredItem {
     std::string where;  // scope and section: "user/Delayed"
     std::string name, command, path;
     double changedTime;
+    std::string backup = "";
 };
 Fact Store(std::vector<StoredItem> items);  // Storage.json holding exactly these items ("{}" for none)
 Fact StoreBytes(std::string bytes);        // Storage.json holding exactly these bytes
 Fact StoreIsAFolder();
-// An approved value of a Run key or of a Startup folder, as the bytes given.
-Fact Approved(RunKey key, std::wstring name, std::vector<std::uint8_t> bytes);
-Fact Approved(Folder folder, std::wstring name, std::vector<std::uint8_t> bytes);
+Fact Approved(Location where, std::wstring name, std::vector<std::uint8_t> bytes);  // the approved value
 Fact Task(std::wstring task, DWORD state);      // a Store app task of the package e2ePackage
 Fact DenyWrites(HKEY root, std::wstring key);   // until the row ends
 // The entry switched itself back on: its value is back, or its approved value says on.
-Fact SwitchedBackOn(RunKey key, std::wstring name, std::wstring command);
+Fact SwitchedBackOn(Location key, std::wstring name, std::wstring command);
 
-// Facts that check. "On" is what Windows starts at logon: the value or file in its place, and
-// on Windows 8 and later no approved value that says off. "Off" is the opposite: the value gone
-// or the file in the backup folder (Windows 7), or an approved value that says off.
-Fact On(RunKey key, std::wstring name, std::wstring command, DWORD type = REG_SZ);
-Fact Off(RunKey key, std::wstring name);
-Fact On(Folder folder, std::wstring name);
-Fact Off(Folder folder, std::wstring name);
+// Facts that check. "On" is what Windows starts at logon: the value (with this command and type)
+// or file in its place, and on Windows 8 and later no approved value that says off. "Off" is the
+// opposite: the value gone or the file in the backup folder (Windows 7), or an approved value
+// that says off.
+Fact On(Location where, std::wstring name, std::wstring command = L"", DWORD type = REG_SZ);
+Fact Off(Location where, std::wstring name);
 Fact Saved(std::string where, std::wstring name, size_t count = 1);  // where: "user/Delayed"
 Fact NotSaved(std::wstring name);
 Fact TaskState(std::wstring task, DWORD state);
@@ -111,8 +106,7 @@ Fact StoreIs(std::string bytes);            // Storage.json holds exactly these 
 Fact StoreUnchanged();                       // holds what the row wrote into it
 Fact Exists(std::wstring path, bool exists = true);
 // The approved value holds exactly these bytes (empty for no value).
-Fact ApprovedIs(RunKey key, std::wstring name, std::vector<std::uint8_t> bytes);
-Fact ApprovedIs(Folder folder, std::wstring name, std::vector<std::uint8_t> bytes);
+Fact ApprovedIs(Location where, std::wstring name, std::vector<std::uint8_t> bytes);
 // The log of the last run holds a line whose message contains text, count times (UTF-8 text).
 Fact Logged(std::string text, size_t count = 1);
 Fact LoggedInOrder(std::vector<std::string> texts);  // lines holding these texts, in this order

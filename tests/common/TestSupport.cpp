@@ -1,19 +1,13 @@
 #include "tests/common/TestSupport.h"
 
 #include "support/Handles.h"
-#include "support/LogDLL.h"
 
 #include <atomic>
+#include <deque>
 #include <fstream>
-#include <memory>
 #include <sstream>
 
 namespace testing_support {
-
-std::wstring DoublesFolder()
-{
-    return ProgramFolder() + L"..\\doubles";
-}
 
 std::wstring JoinPath(const std::wstring& folder, const std::wstring& name)
 {
@@ -23,18 +17,13 @@ std::wstring JoinPath(const std::wstring& folder, const std::wstring& name)
     return folder + L"\\" + name;
 }
 
-std::wstring UniqueName(const std::wstring& stem)
-{
-    static std::atomic<unsigned> counter{0};
-    return stem + L"-" + std::to_wstring(GetCurrentProcessId()) + L"-" +
-           std::to_wstring(GetTickCount()) + L"-" + std::to_wstring(++counter);
-}
-
 TempDir::TempDir()
 {
+    static std::atomic<unsigned> counter{0};
     wchar_t temp[MAX_PATH + 1];
     const DWORD length = GetTempPathW(MAX_PATH + 1, temp);
-    m_path = JoinPath(std::wstring(temp, length), UniqueName(L"mgtest"));
+    m_path = JoinPath(std::wstring(temp, length), L"mgtest-" + std::to_wstring(GetCurrentProcessId()) + L"-" +
+                                                      std::to_wstring(GetTickCount()) + L"-" + std::to_wstring(++counter));
     CreateDirectoryW(m_path.c_str(), nullptr);
 }
 
@@ -201,74 +190,52 @@ std::optional<DWORD> RunChild(const std::wstring& commandLine, const ChildOption
     JOBOBJECT_EXTENDED_LIMIT_INFORMATION limits{};
     limits.BasicLimitInformation.LimitFlags = JOB_OBJECT_LIMIT_KILL_ON_JOB_CLOSE;
     SetInformationJobObject(job.get(), JobObjectExtendedLimitInformation, &limits, sizeof limits);
-
     std::vector<wchar_t> writable(commandLine.begin(), commandLine.end());
     writable.push_back(L'\0');
-    // The child inherits this process's environment, with the extra entries set meanwhile.
-    std::vector<std::unique_ptr<ScopedEnvironment>> environment;
-    auto restoreEnvironment = [&environment] {
-        while (!environment.empty()) {
-            environment.pop_back();  // newest first, so a name given twice gets its old value back
-        }
-    };
-    for (const auto& entry : options.environment) {
-        const size_t equals = entry.find(L'=');
-        environment.push_back(std::make_unique<ScopedEnvironment>(entry.substr(0, equals), entry.substr(equals + 1)));
-    }
-    STARTUPINFOW startup{};
-    startup.cb = sizeof startup;
     SECURITY_ATTRIBUTES inheritable{sizeof inheritable, nullptr, TRUE};
     auto openOutput = [&inheritable](const std::wstring& path) {
         return support::UniqueFile(path.empty() ? INVALID_HANDLE_VALUE
                                                 : CreateFileW(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ, &inheritable,
                                                               CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
     };
-    const support::UniqueFile output = openOutput(options.outputFile);
-    const support::UniqueFile error = openOutput(options.errorFile);
-    const bool redirect = output || error;
-    if (redirect) {
-        startup.dwFlags = STARTF_USESTDHANDLES;
-        startup.hStdInput = GetStdHandle(STD_INPUT_HANDLE);
-        startup.hStdOutput = output ? output.get() : GetStdHandle(STD_OUTPUT_HANDLE);
-        startup.hStdError = error ? error.get() : GetStdHandle(STD_ERROR_HANDLE);
+    const support::UniqueFile output = openOutput(options.outputFile), error = openOutput(options.errorFile);
+    STARTUPINFOW startup{};
+    startup.cb = sizeof startup;
+    startup.dwFlags = STARTF_USESTDHANDLES;
+    startup.hStdInput = GetStdHandle(STD_INPUT_HANDLE);
+    startup.hStdOutput = output ? output.get() : GetStdHandle(STD_OUTPUT_HANDLE);
+    startup.hStdError = error ? error.get() : GetStdHandle(STD_ERROR_HANDLE);
+    // The child inherits this process's environment with the entries set meanwhile; they are
+    // undone newest first, so that a name given twice gets its old value back.
+    std::deque<ScopedEnvironment> environment;
+    for (const auto& entry : options.environment) {
+        environment.emplace_back(entry.substr(0, entry.find(L'=')), entry.substr(entry.find(L'=') + 1));
     }
     PROCESS_INFORMATION process{};
-    if (!CreateProcessW(nullptr, writable.data(), nullptr, nullptr, redirect,
-                        CREATE_SUSPENDED, nullptr,
-                        options.currentFolder.empty() ? nullptr : options.currentFolder.c_str(),
-                        &startup, &process)) {
-        restoreEnvironment();
+    const BOOL started = CreateProcessW(nullptr, writable.data(), nullptr, nullptr, TRUE, CREATE_SUSPENDED, nullptr,
+                                        nullptr, &startup, &process);
+    while (!environment.empty()) {
+        environment.pop_back();
+    }
+    if (!started) {
         return std::nullopt;
     }
-    restoreEnvironment();
-    support::UniqueHandle processHandle(process.hProcess);
-    support::UniqueHandle threadHandle(process.hThread);
+    const support::UniqueHandle processHandle(process.hProcess), threadHandle(process.hThread);
     AssignProcessToJobObject(job.get(), process.hProcess);
     ResumeThread(process.hThread);
-
-    if (WaitForSingleObject(process.hProcess, options.timeoutMs) != WAIT_OBJECT_0) {
-        TerminateJobObject(job.get(), 0xDEAD);
-        return std::nullopt;
-    }
-    if (options.waitForDescendants) {
-        const DWORD deadline = GetTickCount() + options.timeoutMs;
-        for (;;) {
-            JOBOBJECT_BASIC_ACCOUNTING_INFORMATION accounting{};
-            QueryInformationJobObject(job.get(), JobObjectBasicAccountingInformation, &accounting,
-                                      sizeof accounting, nullptr);
-            if (accounting.ActiveProcesses == 0) {
-                break;
-            }
-            if (static_cast<LONG>(GetTickCount() - deadline) > 0) {
-                TerminateJobObject(job.get(), 0xDEAD);
-                return std::nullopt;
-            }
-            Sleep(20);
+    for (DWORD waited = 0; waited < 60000; waited += 20) {
+        const bool ended = WaitForSingleObject(process.hProcess, 0) == WAIT_OBJECT_0;
+        JOBOBJECT_BASIC_ACCOUNTING_INFORMATION accounting{};
+        QueryInformationJobObject(job.get(), JobObjectBasicAccountingInformation, &accounting, sizeof accounting, nullptr);
+        if (ended && (!options.waitForDescendants || accounting.ActiveProcesses == 0)) {
+            DWORD exitCode = 0;
+            GetExitCodeProcess(process.hProcess, &exitCode);
+            return exitCode;
         }
+        Sleep(20);
     }
-    DWORD exitCode = 0;
-    GetExitCodeProcess(process.hProcess, &exitCode);
-    return exitCode;
+    TerminateJobObject(job.get(), 0xDEAD);
+    return std::nullopt;
 }
 
 ScopedEnvironment::ScopedEnvironment(const std::wstring& name, const std::wstring& value)
@@ -287,66 +254,6 @@ ScopedEnvironment::~ScopedEnvironment()
     SetEnvironmentVariableW(m_name.c_str(), m_previous ? m_previous->c_str() : nullptr);
 }
 
-std::vector<LogLine> ReadLog(const std::wstring& path)
-{
-    std::vector<LogLine> lines;
-    auto bytes = ReadFileBytes(path);
-    if (!bytes) {
-        return lines;
-    }
-    std::istringstream in(*bytes);
-    std::string text;
-    while (std::getline(in, text)) {
-        // "<date> <time> <level> <pid>.<tid> |<indent><function>: <message>"
-        const size_t bar = text.find(" |");
-        if (bar == std::string::npos) {
-            continue;
-        }
-        LogLine line;
-        std::istringstream head(text.substr(0, bar));
-        std::string date, time, ids;
-        head >> date >> time >> line.level >> ids;
-        size_t position = bar + 2;
-        while (text.compare(position, 2, "  ") == 0) {
-            ++line.depth;
-            position += 2;
-        }
-        const size_t colon = text.find(": ", position);
-        if (colon == std::string::npos) {
-            continue;
-        }
-        line.function = text.substr(position, colon - position);
-        line.message = text.substr(colon + 2);
-        lines.push_back(line);
-    }
-    return lines;
-}
-
-size_t CountMessages(const std::vector<LogLine>& lines, const std::string& text, bool partial)
-{
-    size_t count = 0;
-    for (const auto& line : lines) {
-        if (partial ? line.message.find(text) != std::string::npos : line.message == text) {
-            ++count;
-        }
-    }
-    return count;
-}
-
-struct LogCapture::Hold {
-    logging::LogHold hold;
-};
-
-LogCapture::LogCapture()
-    : m_path(m_dir / L"test.log"), m_environment(L"QMTRACE_LOG", m_path), m_hold(new Hold)
-{
-}
-
-LogCapture::~LogCapture()
-{
-    delete m_hold;
-}
-
 std::string Utf8(const std::wstring& text)
 {
     if (text.empty()) {
@@ -358,23 +265,6 @@ std::string Utf8(const std::wstring& text)
     WideCharToMultiByte(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), out.data(), size,
                         nullptr, nullptr);
     return out;
-}
-
-bool IsWindows8OrLater()
-{
-    OSVERSIONINFOEXW info{};
-    info.dwOSVersionInfoSize = sizeof info;
-    info.dwMajorVersion = 6;
-    info.dwMinorVersion = 2;
-    DWORDLONG mask = 0;
-    mask = VerSetConditionMask(mask, VER_MAJORVERSION, VER_GREATER_EQUAL);
-    mask = VerSetConditionMask(mask, VER_MINORVERSION, VER_GREATER_EQUAL);
-    return VerifyVersionInfoW(&info, VER_MAJORVERSION | VER_MINORVERSION, mask) != FALSE;
-}
-
-void SetWineVersion(const std::wstring& exeName, const std::wstring& version)
-{
-    SetString(HKEY_CURRENT_USER, L"Software\\Wine\\AppDefaults\\" + exeName, L"Version", version);
 }
 
 } // namespace testing_support

@@ -17,7 +17,7 @@ const std::string kHkcuRun = "HKEY_CURRENT_USER\\Software\\Microsoft\\Windows\\C
 void AddLocationRows(std::vector<Scenario>& rows)
 {
     const std::wstring command = Recorder(L"run");
-    const auto runValueBack = [command](RunKey key) {
+    const auto runValueBack = [command](Location key) {
         return [key, command](Context& context) {
             On(key, L"e2eRun", command, context.windows10 ? REG_EXPAND_SZ : REG_SZ)(context);
         };

@@ -1,6 +1,7 @@
 // Morrowgate.exe end to end, under the Windows generation this program sees: the logon run, the
 // restore and the check against the user's real store, Run values, StartupApproved values and
-// Startup folder; the choice of mode and of the store's folder; and the switches themselves.
+// Startup folder, with the saved items written as the suite writes them; the choice of mode and
+// of the store's folder; and the switches themselves.
 #include "launcher/CommandLine.h"
 #include "tests/common/Scenario.h"
 #include "tests/common/TestSupport.h"
@@ -8,12 +9,14 @@
 #include <gtest/gtest.h>
 
 using namespace scenario;
+using testing_support::JoinPath;
 using testing_support::Utf8;
 
 namespace {
 
 const std::string kRun = "HKEY_CURRENT_USER\\Software\\Microsoft\\Windows\\CurrentVersion\\Run";
-const std::vector<std::uint8_t> kOffTimed = {3, 0, 0, 0, 1, 2, 3, 4, 5, 6, 7, 8};
+const std::string kShortRun = "HKCU\\Software\\Microsoft\\Windows\\CurrentVersion\\Run";
+const std::string kGone = "HKEY_CURRENT_USER\\Software\\e2eGone\\Run";
 
 std::string Rec(const wchar_t* tag)
 {
@@ -68,34 +71,78 @@ std::vector<Scenario> Rows()
                      Logon(L"/restore", 0, {LoggedInOrder({"FAILED load regkeys delayed", "FAILED load files delayed",
                                                            "FAILED load regkeys disabled", "FAILED load filess disabled"}),
                                             StoreUnchanged()})}});
-    // Restore puts everything back, delayed before disabled, and empties the store, failures included.
+    // Restore puts everything back, delayed before disabled, and empties the store, failures
+    // included. A value goes back as REG_SZ where its Run key is named in full and still exists;
+    // an empty command fails.
     const std::wstring back = Recorder(L"back");
+    const std::string backCmd = Utf8(back);
     rows.push_back({"RestorePutsEverythingBack", Win7,
                     {File(UserStartup, L"QmBkpFolder\\e2eFile.lnk", "x"),
-                     Store({{"user/Delayed", "e2eDelayed", Utf8(back), kRun, 1}, {"user/Disabled", "e2eDisabled", Utf8(back), kRun, 1},
-                            {"user/Disabled", "e2eLost", "x.exe", "HKEY_CURRENT_USER\\Software\\e2eGone\\Run", 1},
+                     Store({{"user/Delayed", "e2eDelayed", backCmd, kRun, 1}, {"user/Delayed", "e2eHive", backCmd, "HKEY_CURRENT_USER", 1},
+                            {"user/Delayed", "e2eShort", backCmd, kShortRun, 1}, {"user/Delayed", "e2eNoCmd", "", kRun, 1},
+                            {"user/Disabled", "e2eDisabled", backCmd, kRun, 1}, {"user/Disabled", "e2eLost", "x.exe", kGone, 1},
                             {"user/StartupDisabled", "e2eFile.lnk", Rec(L"file"), startup, 1}})},
                     {Logon(L"/restore", 0, {On(Hkcu, L"e2eDelayed", back), On(Hkcu, L"e2eDisabled", back), On(UserStartup, L"e2eFile.lnk"),
+                                            Off(Hkcu, L"e2eShort"), Off(Hkcu, L"e2eNoCmd"),
+                                            [](Context&) { EXPECT_FALSE(testing_support::KeyExists(HKEY_CURRENT_USER, L"Software\\e2eGone")); },
                                             LoggedInOrder({"Enable " + kRun + " e2eDelayed", "Enable " + kRun + " e2eDisabled"}),
-                                            Logged("RollbackToRegistry FAILED HKEY_CURRENT_USER\\Software\\e2eGone\\Run"),
+                                            Logged("RollbackToRegistry FAILED ", 3), Logged("RollbackToRegistry FAILED " + kShortRun),
+                                            Logged("RollbackToRegistry FAILED " + kGone),
                                             StoreIs(R"({"user":{"Delayed":[],"Disabled":[],"StartupDelayed":null,"StartupDisabled":[]}})"), Started({})})}});
-    rows.push_back({"RestoreSwitchesApprovedValuesOn", Win10,
-                    {RunValue(Hkcu, L"e2eDelayed", back), RunValue(Hkcu, L"e2eDisabled", back), File(UserStartup, L"e2eFile.lnk", "x"),
-                     Approved(Hkcu, L"e2eDelayed", kOffTimed), Approved(Hkcu, L"e2eDisabled", {1, 0, 0, 0, 1, 2, 3, 4, 5, 6, 7, 8}),
-                     Approved(UserStartup, L"e2eFile.lnk", kOffTimed),
-                     Store({{"user/Delayed", "e2eDelayed", Utf8(back), kRun, 1}, {"user/Disabled", "e2eDisabled", Utf8(back), kRun, 1},
-                            {"user/StartupDisabled", "e2eFile.lnk", Rec(L"file"), startup, 1}})},
-                    {Logon(L"/restore", 0, {ApprovedIs(Hkcu, L"e2eDelayed", {2, 0, 0, 0, 1, 2, 3, 4, 5, 6, 7, 8}),
-                                            ApprovedIs(Hkcu, L"e2eDisabled", {0, 0, 0, 0, 1, 2, 3, 4, 5, 6, 7, 8}),
-                                            ApprovedIs(UserStartup, L"e2eFile.lnk", {2, 0, 0, 0, 1, 2, 3, 4, 5, 6, 7, 8}),
-                                            StoreIs(R"({"user":{"Delayed":[],"Disabled":[],"StartupDelayed":null,"StartupDisabled":[]}})")})}});
+    // The state word changes and the bytes after it stay. A Run key ending in a backslash is refused
+    // by an exception that costs only its own section: that item stays saved.
+    const auto stamped = [](std::uint8_t state) { return std::vector<std::uint8_t>{state, 0, 0, 0, 1, 2, 3, 4, 5, 6, 7, 8}; };
+    rows.push_back({"ApprovedValuesKeepTheirTimestamp", Win10,
+                    {RunValue(Hkcu, L"e2eStamp", back), Approved(Hkcu, L"e2eStamp", stamped(2)),
+                     File(UserStartup, L"e2eTool.exe", "x"), Approved(UserStartup, L"e2eTool.exe", stamped(2)),
+                     Store({{"user/Delayed", "e2eSlash", backCmd, kRun + "\\", 1}, {"user/StartupDelayed", "e2eTool.exe", "x", startup, 1},
+                            {"user/Disabled", "e2eStamp", backCmd, kRun, 1}})},
+                    {Logon(L"/checkcrtuser", 0,
+                           {ApprovedIs(Hkcu, L"e2eStamp", stamped(3)), ApprovedIs(UserStartup, L"e2eTool.exe", stamped(3))}),
+                     Logon(L"/restore", 0,
+                           {ApprovedIs(Hkcu, L"e2eStamp", stamped(2)), ApprovedIs(UserStartup, L"e2eTool.exe", stamped(2)),
+                            Saved("user/Delayed", L"e2eSlash"), NotSaved(L"e2eStamp"), NotSaved(L"e2eTool.exe")})}});
     // The entries switched themselves back on (the value and the file are back, no approved value
-    // says off): the check switches them off again, twice, and never writes the store.
-    const std::vector<Fact> offAgain = {Off(Hkcu, L"e2eDelayed"), Off(UserStartup, L"e2eFile.lnk"), StoreUnchanged(), Started({})};
+    // says off): the check switches them off again, twice, and never writes the store. An empty
+    // command or a short hive name fails the switch-off; the value stays on.
+    const std::vector<Fact> offAgain = {Off(Hkcu, L"e2eDelayed"), Off(UserStartup, L"e2eFile.lnk"), On(Hkcu, L"e2eNoCmd", back),
+                                        On(Hkcu, L"e2eShort", back), StoreUnchanged(), Started({})};
+    std::vector<Fact> firstCheck = offAgain;
+    firstCheck.insert(firstCheck.end(), {Logged("FAILED " + kRun), Logged("FAILED " + kShortRun)});
     rows.push_back({"CheckAppliesTheSavedStateAgain", Both,
-                    {RunValue(Hkcu, L"e2eDelayed", back), File(UserStartup, L"e2eFile.lnk", "x"),
-                     Store({{"user/Delayed", "e2eDelayed", Utf8(back), kRun, 1}, {"user/StartupDisabled", "e2eFile.lnk", Rec(L"file"), startup, 1}})},
-                    {Logon(L"/checkcrtuser", 0, offAgain), Logon(L"/checkcrtuser", 0, offAgain)}});
+                    {RunValue(Hkcu, L"e2eDelayed", back), RunValue(Hkcu, L"e2eNoCmd", back), RunValue(Hkcu, L"e2eShort", back),
+                     File(UserStartup, L"e2eFile.lnk", "x"),
+                     Store({{"user/Delayed", "e2eDelayed", backCmd, kRun, 1}, {"user/Delayed", "e2eNoCmd", "", kRun, 1},
+                            {"user/Delayed", "e2eShort", backCmd, kShortRun, 1}, {"user/StartupDisabled", "e2eFile.lnk", Rec(L"file"), startup, 1}})},
+                    {Logon(L"/checkcrtuser", 0, firstCheck), Logon(L"/checkcrtuser", 0, offAgain)}});
+    // Below Windows 8 the saved backup and the target count; from Windows 8 on, the value or file in its place.
+    rows.push_back({"LogonRunChecksWhereEachItemWasSaved", Both,
+                    {File(UserStartup, L"e2eNoBackup.lnk", "x"),
+                     Store({{"user/Delayed", "e2eNoValue", Rec(L"novalue"), kRun, 1},
+                            {"user/StartupDelayed", "e2eNoLink.lnk", Rec(L"nolink"), startup, 1},
+                            {"user/StartupDelayed", "e2eNoBackup.lnk", Rec(L"nobackup"), startup, 1, "C:\\e2e\\gone.lnk"}})},
+                    {Logon(L"", 0, {[](Context& context) {
+                         Started(context.windows10 ? std::vector<std::string>{"nobackup"} : std::vector<std::string>{"nolink", "novalue"})(context);
+                     }})}});
+    const std::wstring backup = JoinPath(FolderOf(UserStartup), L"QmBkpFolder");
+    const auto attributes = [](std::wstring path, DWORD mask, DWORD set) {
+        return [=](Context&) { EXPECT_EQ(GetFileAttributesW(path.c_str()) & mask, set) << Utf8(path); };
+    };
+    rows.push_back({"StartupFilesMoveToAHiddenBackupAndBack", Win7,
+                    {[backup](Context&) { testing_support::RemoveTree(backup); }, File(UserStartup, L"e2eTool.exe", "tool"),
+                     File(UserStartup, L"e2eReadOnly.lnk", "ro"),
+                     [](Context&) { SetFileAttributesW(JoinPath(FolderOf(UserStartup), L"e2eReadOnly.lnk").c_str(), FILE_ATTRIBUTE_READONLY); },
+                     Store({{"user/StartupDelayed", "e2eTool.exe", Utf8(JoinPath(FolderOf(UserStartup), L"e2eTool.exe")), startup, 1},
+                            {"user/StartupDelayed", "e2eReadOnly.lnk", "x", startup, 1}, {"user/StartupDelayed", "e2eLost.lnk", "x", startup, 1}})},
+                    {Logon(L"/checkcrtuser", 0,
+                           {Off(UserStartup, L"e2eTool.exe"), Off(UserStartup, L"e2eReadOnly.lnk"),
+                            attributes(backup, FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_DIRECTORY, FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_DIRECTORY),
+                            attributes(backup + L"\\e2eReadOnly.lnk", FILE_ATTRIBUTE_READONLY, 0), File(UserStartup, L"e2eTool.exe", "reappeared")}),
+                     Logon(L"/restore", 0,
+                           {On(UserStartup, L"e2eTool.exe"), On(UserStartup, L"e2eReadOnly.lnk"), StoreIs(R"({"user":{"StartupDelayed":[],"StartupDisabled":null}})"),
+                            [](Context&) { EXPECT_EQ(testing_support::ReadFileBytes(JoinPath(FolderOf(UserStartup), L"e2eTool.exe")), "tool"); },
+                            Logged("FAILED MoveFile(" + Utf8(backup + L"\\e2eLost.lnk") + ", " +
+                                   Utf8(JoinPath(FolderOf(UserStartup), L"e2eLost.lnk")) + ")")})}});
     rows.push_back({"CheckUserReadsTheStoreOfTheGivenFolder", Both, {RunValue(Hkcu, L"e2eOther", back)},
                     {Mgctl(L"--store C:\\e2eUser disable e2eOther", 0, {SwitchedBackOn(Hkcu, L"e2eOther", back)}),
                      Logon(L"/checkuser:C:\\e2eUser", 0, Ran("CHECK USER", {Off(Hkcu, L"e2eOther"), StoreIs("")})),
@@ -121,28 +168,17 @@ MORROWGATE_SCENARIO_ROWS(Launcher, Rows());
 // later "/time:" or "/checkuser:" wins, and a time bound saturates instead of wrapping.
 TEST(Switches, SetExactlyTheirSettings)
 {
-    struct Case {
-        const wchar_t* commandLine;
-        bool restore;
-        long long timeLimit;
-        bool checkCurrentUser, checkUser;
-        const wchar_t* userFolder;
-    };
-    const Case cases[] = {{L"/restoreX /RESTORE", true, 0, false, false, L""},
-                          {L"/time:abc", false, 0, false, false, L""},
-                          {L"/time:5 /time:-7x", false, -7, false, false, L""},
-                          {L"/time:-99999999999999999999", false, INT64_MIN, false, false, L""},
-                          {L"/checkcrtuser -restore restore /check", false, 0, true, false, L""},
-                          {L"\"/checkuser:D:\\x y\" /checkuser:C:\\b", false, 0, false, true, L"C:\\b"},
-                          {L"\"/checkuser:D:\\x y\"", false, 0, false, true, L"D:\\x y"}};
-    for (const Case& c : cases) {
-        SCOPED_TRACE(Utf8(c.commandLine));
-        const auto settings = launcher::ParseCommandLine(c.commandLine);
-        EXPECT_EQ(settings.restore, c.restore);
-        EXPECT_EQ(settings.timeLimit, c.timeLimit);
-        EXPECT_EQ(settings.checkCurrentUser, c.checkCurrentUser);
-        EXPECT_EQ(settings.checkUser, c.checkUser);
-        EXPECT_EQ(settings.userFolder, c.userFolder);
+    const std::pair<const wchar_t*, std::wstring> cases[] = {
+        {L"/restoreX /RESTORE", L"restore time=0"}, {L"/time:abc", L"time=0"}, {L"/time:5 /time:-7x", L"time=-7"},
+        {L"/time:-99999999999999999999", L"time=-9223372036854775808"},
+        {L"/checkcrtuser -restore restore /check", L"time=0 checkcrtuser"},
+        {L"\"/checkuser:D:\\x y\" /checkuser:C:\\b", L"time=0 checkuser:C:\\b"}, {L"\"/checkuser:D:\\x y\"", L"time=0 checkuser:D:\\x y"}};
+    for (const auto& [commandLine, expected] : cases) {
+        const auto settings = launcher::ParseCommandLine(commandLine);
+        EXPECT_EQ((settings.restore ? L"restore " : L"") + (L"time=" + std::to_wstring(settings.timeLimit)) +
+                      (settings.checkCurrentUser ? L" checkcrtuser" : L"") +
+                      (settings.checkUser ? L" checkuser:" + settings.userFolder : settings.userFolder),
+                  expected) << Utf8(commandLine);
     }
 }
 

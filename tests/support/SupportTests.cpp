@@ -12,6 +12,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <regex>
 #include <sstream>
 #include <stdexcept>
 
@@ -125,7 +126,7 @@ struct SupportFolder : ::testing::Test {
         settings.insert(settings.begin(), {L"qmsvccfg.dll=", L"install\\qmcrash.dll=", L"qmtrace.dll=-", L"AppPath=" + m_install + L"\\Morrowgate.exe"});
         for (const std::wstring& setting : settings) {
             const std::wstring name = setting.substr(0, setting.find(L'=')), value = setting.substr(name.size() + 1);
-            const std::wstring built = DoublesFolder() + L"\\suite_double" + (value.empty() ? L"" : L"_" + value) + L".dll";
+            const std::wstring built = ProgramFolder() + L"..\\doubles\\suite_double" + (value.empty() ? L"" : L"_" + value) + L".dll";
             if (name.ends_with(L".dll")) {
                 DeleteFileW((m_dir / name).c_str());
                 ASSERT_TRUE(value == L"-" || CopyFileW(built.c_str(), (m_dir / name).c_str(), FALSE)) << Utf8(built);
@@ -137,19 +138,19 @@ struct SupportFolder : ::testing::Test {
         }
     }
     // Runs a program of the folder with a fresh record: its exit code, or 0xFFFFFFFF (which no
-    // test expects) when it did not end within 20 s.
+    // test expects) when it did not end in time.
     DWORD Run(const std::wstring& commandLine, const std::wstring& probe = L"")
     {
         DeleteFileW(m_record.c_str());
         m_environment.push_back(L"SUPPORT_PROBE=" + probe);
-        return RunChild(L"\"" + m_dir.Path() + L"\\" + commandLine, {m_dir.Path(), m_environment, 20000, false, {}, {}}).value_or(0xFFFFFFFF);
+        return RunChild(L"\"" + m_dir.Path() + L"\\" + commandLine, {m_environment}).value_or(0xFFFFFFFF);
     }
     // What the doubles recorded in the last run, a line each.
     std::string Record() const { return ReadFileBytes(m_record).value_or(""); }
 
     TempDir m_dir;
     std::wstring m_record = m_dir / L"record.txt", m_install = m_dir / L"install", m_settings = m_dir / L"settings";
-    ScratchKey m_productKey{HKEY_LOCAL_MACHINE, L"Software\\" + UniqueName(L"MorrowgateTests")};
+    ScratchKey m_productKey{HKEY_LOCAL_MACHINE, L"Software\\MorrowgateTests"};
     std::vector<std::wstring> m_environment;
 };
 
@@ -264,21 +265,22 @@ TEST(CrashArgument, OnlyAWellFormedFirstOccurrenceCounts)
     }
 }
 
-// The development build of the logging library, whose log the end-to-end tests read.
+// The development build of the logging library, whose log the end-to-end tests read: the date,
+// time and ids of each line are dropped.
 TEST(DevelopmentLog, LinesShowClassDepthFunctionAndText)
 {
-    LogCapture capture;
+    const TempDir dir;
+    const ScopedEnvironment file(L"QMTRACE_LOG", dir / L"test.log");
     {
+        logging::LogHold hold;
         logging::ScopeTrace trace(L"Smoke::Run");
         QM_LOG_ERROR(L"Smoke::Run", L"wide=%s narrow=%S", L"caf\u00e9", "plain");
         Sleep(100);
     }
-    std::string lines;
-    for (const LogLine& line : capture.Lines()) {
-        lines += line.level + " " + std::to_string(line.depth) + " " + line.function + ": " + line.message + "\n";
-    }
-    EXPECT_EQ(WithoutTimes(lines), "trace 0 Smoke::Run: -> Smoke::Run()\nerror 1 Smoke::Run: wide=caf\xC3\xA9 narrow=plain\n"
-                                   "trace 0 Smoke::Run: <- Smoke::Run() [ms]\n");
+    const std::regex head(R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} (\w+) +\d+\.\d+ \|)");
+    EXPECT_EQ(WithoutTimes(std::regex_replace(ReadFileBytes(dir / L"test.log").value_or(""), head, "$1 |")),
+              "trace |Smoke::Run: -> Smoke::Run()\nerror |  Smoke::Run: wide=caf\xC3\xA9 narrow=plain\n"
+              "trace |Smoke::Run: <- Smoke::Run() [ms]\n");
 }
 
 // ---- The reader/writer lock with real threads
