@@ -63,17 +63,13 @@ TEST(CommandTarget, NamesTheFileThatRuns)
 TEST(ApprovedValueKey, FollowsTheRunKeyOrTheFolderScope)
 {
     const std::wstring run = L"\\Software\\Microsoft\\Windows\\CurrentVersion\\Run";
-    const std::wstring approved = L"software\\microsoft\\windows\\currentversion\\explorer\\startupapproved\\run";
     const std::wstring folder = L"Software\\Microsoft\\Windows\\CurrentVersion\\Explorer\\StartupApproved\\StartupFolder";
     const struct { std::wstring path; std::uint32_t kind; bool isUser; HKEY root; std::wstring subKey; } cases[] = {
-        {L"HKEY_CURRENT_USER" + run, actions::RunValue, true, HKEY_CURRENT_USER, approved},
-        {L"HKEY_LOCAL_MACHINE\\SOFTWARE\\WOW6432Node\\Microsoft\\Windows\\CurrentVersion\\Run", actions::RunValue,
-         true, HKEY_LOCAL_MACHINE, approved + L"32"},
+        // Refused: another key, a lower-case or short hive name, a hive alone (a null root).
         {L"HKEY_CURRENT_USER" + run + L"Once", 0, true, nullptr, L""}, {L"hkey_local_machine" + run, 0, true, nullptr, L""},
-        {L"HKCU" + run, 0, true, nullptr, L""}, {L"HKEY_CURRENT_USER", 0, true, nullptr, L""},  // a null root: refused
+        {L"HKCU" + run, 0, true, nullptr, L""}, {L"HKEY_CURRENT_USER", 0, true, nullptr, L""},
         // Any kind but the folder one is a Run value; the key is lowered with the user's locale.
         {L"HKEY_USERS\\S-1\\\u00C9\\RUN", 7, true, HKEY_USERS, L"s-1\\\u00E9\\explorer\\startupapproved\\run"},
-        {L"C:\\Startup", actions::FolderShortcut, true, HKEY_CURRENT_USER, folder},
         {L"C:\\Startup", actions::FolderShortcut, false, HKEY_LOCAL_MACHINE, folder},
     };
     for (const auto& c : cases) {
@@ -114,7 +110,7 @@ TEST(ApprovedValueState, EnableAndDisableLeaveTheseBytes)
         DeleteTree(HKEY_CURRENT_USER, scratch.SubKey());
         if (c.key) CreateKey(HKEY_CURRENT_USER, key);
         if (c.before && c.before->empty()) SetString(HKEY_CURRENT_USER, key, item.Name, L"text");
-        else if (c.before) SetBinary(HKEY_CURRENT_USER, key, item.Name, *c.before);
+        else if (c.before) SetValue(HKEY_CURRENT_USER, key, item.Name, REG_BINARY, *c.before);
         EXPECT_EQ(c.enable ? Win8StartupItem::Enable(item, actions::RunValue)
                            : Win8StartupItem::Disable(item, actions::RunValue), c.result);
         const auto after = ReadValue(HKEY_CURRENT_USER, key, item.Name);
@@ -143,7 +139,7 @@ TEST(StoreAppTasks, StateChangesAndTheirRecords)
         SCOPED_TRACE("case " + std::to_string(i));
         DeleteTree(HKEY_CLASSES_ROOT, scratch.SubKey());
         CreateKey(HKEY_CLASSES_ROOT, key);
-        if (c.before) SetDword(HKEY_CLASSES_ROOT, key, L"State", *c.before);
+        if (c.before) SetValue(HKEY_CLASSES_ROOT, key, L"State", REG_DWORD, {static_cast<std::uint8_t>(*c.before), 0, 0, 0});
         storage::SharedStartupItemList items{Item(L"AppTask", key, L"app.exe"), Item(L"Other", key + L"x", L"o.exe")};
         DeleteFileW((dir / L"Storage.json").c_str());
         for (const char* section : {storage::kStartupDisabledSection, storage::kStartupDelayedSection})

@@ -34,11 +34,9 @@ std::wstring UserStore()
     return JoinPath(appData, L"Quillmark\\Dawnstep\\Storage.json");
 }
 
-// The programs under test see this process's generation while the rows run, and the user's own
-// store is kept aside meanwhile.
+// The programs under test see this process's generation while the rows run.
 struct Programs {
     std::wstring store = UserStore();
-    std::optional<std::string> savedStore = ReadFileBytes(store);
 
     Programs()
     {
@@ -47,13 +45,6 @@ struct Programs {
                       IsWindows8OrGreater() ? L"win10" : L"win7");
         }
         CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
-    }
-    ~Programs()
-    {
-        RemoveTree(store);
-        if (savedStore) {
-            WriteFileBytes(store, *savedStore);
-        }
     }
 };
 
@@ -198,7 +189,7 @@ void Execute(const Scenario& row)
     static Programs programs;
     TempDir scratch;
     const std::wstring bin = ProgramFolder();
-    Context context{IsWindows8OrGreater(), bin, JoinPath(bin, L"Morrowgate.exe"), JoinPath(bin, L"mgctl.exe"),
+    Context context{IsWindows8OrGreater(), JoinPath(bin, L"Morrowgate.exe"), JoinPath(bin, L"mgctl.exe"),
                     scratch / L"run.log", scratch / L"started.txt", scratch / L"out.txt", scratch / L"err.txt",
                     programs.store, {}, {}};
     Clear(context.store);
@@ -211,11 +202,9 @@ void Execute(const Scenario& row)
                      std::to_string(step + 1) + ")");
         DeleteFileW(context.record.c_str());
         DeleteFileW(context.log.c_str());
-        ChildOptions options;
-        options.environment = {L"QMTRACE_LOG=" + context.log, L"MG_START_RECORD=" + context.record};
-        options.waitForDescendants = run.launcher;  // the programs it starts too
-        options.outputFile = context.out;
-        options.errorFile = context.err;
+        // The launcher's run ends when the programs it started have ended too.
+        const ChildOptions options{{L"QMTRACE_LOG=" + context.log, L"MG_START_RECORD=" + context.record}, run.launcher,
+                                   context.out, context.err};
         const auto exitCode =
             RunChild(L"\"" + (run.launcher ? context.launcher : context.mgctl) + L"\" " + run.arguments, options);
         EXPECT_EQ(exitCode, std::optional<DWORD>(run.exitCode)) << ReadFileBytes(context.err).value_or("");
@@ -304,16 +293,16 @@ Fact StoreBytes(std::string bytes)
 
 Fact Approved(Location where, std::wstring name, std::vector<std::uint8_t> bytes)
 {
-    return [=](Context&) { SetBinary(RootOf(where), ApprovedKey(where), name, bytes); };
+    return [=](Context&) { SetValue(RootOf(where), ApprovedKey(where), name, REG_BINARY, bytes); };
 }
 
 Fact StoreIsAFolder()
 {
     return [](Context& context) { SHCreateDirectoryExW(nullptr, context.store.c_str(), nullptr); };
 }
-Fact Task(std::wstring task, DWORD state)
+Fact Task(std::wstring task, std::uint8_t state)
 {
-    return [=](Context&) { SetDword(HKEY_LOCAL_MACHINE, std::wstring(kTasks) + L"\\" + task, L"State", state); };
+    return [=](Context&) { SetValue(HKEY_LOCAL_MACHINE, std::wstring(kTasks) + L"\\" + task, L"State", REG_DWORD, {state, 0, 0, 0}); };
 }
 
 Fact DenyWrites(HKEY root, std::wstring key)
@@ -343,7 +332,7 @@ Fact SwitchedBackOn(Location key, std::wstring name, std::wstring command)
 {
     return [=](Context& context) {
         if (context.windows10) {
-            SetBinary(RootOf(key), ApprovedKey(key), name, {2, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0});
+            SetValue(RootOf(key), ApprovedKey(key), name, REG_BINARY, {2, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0});
         } else {
             SetString(RootOf(key), RunKeyOf(key), name, command);
         }
@@ -440,12 +429,7 @@ Fact LoggedInOrder(std::vector<std::string> texts)
 
 Fact Logged(std::string text, size_t count)
 {
-    return [=](Context& context) {
-        const auto messages = LogMessages(context);
-        EXPECT_EQ(std::count_if(messages.begin(), messages.end(), [&text](const std::string& message) {
-                      return message.find(text) != std::string::npos;
-                  }), static_cast<std::ptrdiff_t>(count)) << text;
-    };
+    return LoggedInOrder(std::vector<std::string>(count, text));
 }
 
 // The programs start at once and finish in any order, so the tags are compared sorted.
@@ -469,7 +453,7 @@ Fact Err(std::wstring text) { return Contains(&Context::err, std::move(text)); }
 Fact LauncherRegistered(bool registered)
 {
     return [=](Context& context) {
-        const std::wstring launcher = L"\"" + JoinPath(context.folder, L"Morrowgate.exe") + L"\"";
+        const std::wstring launcher = L"\"" + context.launcher + L"\"";
         EXPECT_EQ(ReadString(HKEY_CURRENT_USER, kRunPath, L"Morrowgate"),
                   registered ? std::optional(launcher) : std::nullopt);
     };

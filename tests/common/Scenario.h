@@ -23,8 +23,7 @@ enum Generation { Win7 = 1, Win10 = 2, Both = 3 };
 // What the facts of a row see and change.
 struct Context {
     bool windows10 = false;
-    std::wstring folder;               // the programs under test and qmtrace.dll
-    std::wstring launcher, mgctl;      // their paths
+    std::wstring launcher, mgctl;      // the programs under test, beside qmtrace.dll
     std::wstring log, record, out, err;
     std::wstring store;                // the user's Storage.json
     std::string storeWritten;          // what the row wrote into it
@@ -88,7 +87,7 @@ Fact Store(std::vector<StoredItem> items);  // Storage.json holding exactly thes
 Fact StoreBytes(std::string bytes);        // Storage.json holding exactly these bytes
 Fact StoreIsAFolder();
 Fact Approved(Location where, std::wstring name, std::vector<std::uint8_t> bytes);  // the approved value
-Fact Task(std::wstring task, DWORD state);      // a Store app task of the package e2ePackage
+Fact Task(std::wstring task, std::uint8_t state);  // a Store app task of the package e2ePackage
 Fact DenyWrites(HKEY root, std::wstring key);   // until the row ends
 // The entry switched itself back on: its value is back, or its approved value says on.
 Fact SwitchedBackOn(Location key, std::wstring name, std::wstring command);

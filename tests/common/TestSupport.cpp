@@ -34,27 +34,18 @@ TempDir::~TempDir()
 
 void RemoveTree(const std::wstring& path)
 {
-    const DWORD attributes = GetFileAttributesW(path.c_str());
-    if (attributes == INVALID_FILE_ATTRIBUTES) {
-        return;
+    WIN32_FIND_DATAW found;
+    const HANDLE search = FindFirstFileW(JoinPath(path, L"*").c_str(), &found);  // fails for a file
+    for (bool more = search != INVALID_HANDLE_VALUE; more; more = FindNextFileW(search, &found)) {
+        if (wcscmp(found.cFileName, L".") != 0 && wcscmp(found.cFileName, L"..") != 0) {
+            RemoveTree(JoinPath(path, found.cFileName));
+        }
     }
+    FindClose(search);
     SetFileAttributesW(path.c_str(), FILE_ATTRIBUTE_NORMAL);
-    if (!(attributes & FILE_ATTRIBUTE_DIRECTORY)) {
-        DeleteFileW(path.c_str());
-        return;
+    if (!DeleteFileW(path.c_str())) {
+        RemoveDirectoryW(path.c_str());
     }
-    WIN32_FIND_DATAW data;
-    HANDLE find = FindFirstFileW(JoinPath(path, L"*").c_str(), &data);
-    if (find != INVALID_HANDLE_VALUE) {
-        do {
-            const std::wstring name = data.cFileName;
-            if (name != L"." && name != L"..") {
-                RemoveTree(JoinPath(path, name));
-            }
-        } while (FindNextFileW(find, &data));
-        FindClose(find);
-    }
-    RemoveDirectoryW(path.c_str());
 }
 
 ScratchKey::ScratchKey(HKEY root, const std::wstring& subKey) : m_root(root), m_subKey(subKey)
@@ -93,54 +84,37 @@ void DeleteValue(HKEY root, const std::wstring& subKey, const std::wstring& name
     }
 }
 
-namespace {
-
-void SetRaw(HKEY root, const std::wstring& subKey, const std::wstring& name, DWORD type,
-            const void* data, DWORD size)
+void SetValue(HKEY root, const std::wstring& subKey, const std::wstring& name, DWORD type,
+              const std::vector<std::uint8_t>& data)
 {
     support::UniqueHKey key;
     if (support::CreateKey(root, subKey.c_str(), KEY_ALL_ACCESS, key) == ERROR_SUCCESS) {
-        RegSetValueExW(key.get(), name.c_str(), 0, type, static_cast<const BYTE*>(data), size);
+        RegSetValueExW(key.get(), name.c_str(), 0, type, data.data(), static_cast<DWORD>(data.size()));
     }
 }
-
-} // namespace
 
 void SetString(HKEY root, const std::wstring& subKey, const std::wstring& name,
                const std::wstring& data, DWORD type)
 {
-    SetRaw(root, subKey, name, type, data.c_str(),
-           static_cast<DWORD>((data.size() + 1) * sizeof(wchar_t)));
-}
-
-void SetBinary(HKEY root, const std::wstring& subKey, const std::wstring& name,
-               const std::vector<std::uint8_t>& data)
-{
-    SetRaw(root, subKey, name, REG_BINARY, data.data(), static_cast<DWORD>(data.size()));
-}
-
-void SetDword(HKEY root, const std::wstring& subKey, const std::wstring& name, DWORD data)
-{
-    SetRaw(root, subKey, name, REG_DWORD, &data, sizeof data);
+    const auto bytes = reinterpret_cast<const std::uint8_t*>(data.c_str());
+    SetValue(root, subKey, name, type, {bytes, bytes + (data.size() + 1) * sizeof(wchar_t)});
 }
 
 std::optional<RegValue> ReadValue(HKEY root, const std::wstring& subKey, const std::wstring& name)
 {
-    support::UniqueHKey key;
-    if (support::OpenKey(root, subKey.c_str(), KEY_QUERY_VALUE, key) != ERROR_SUCCESS) {
-        return std::nullopt;
-    }
     RegValue value;
     DWORD size = 0;
-    LSTATUS status = RegQueryValueExW(key.get(), name.c_str(), nullptr, &value.type, nullptr, &size);
-    if (status == ERROR_SUCCESS) {
-        value.data.resize(size);
-        status = RegQueryValueExW(key.get(), name.c_str(), nullptr, &value.type, value.data.data(), &size);
-        value.data.resize(size);
-    }
-    if (status != ERROR_SUCCESS) {
+    const auto get = [&](void* data) {
+        return RegGetValueW(root, subKey.c_str(), name.c_str(), RRF_RT_ANY | RRF_NOEXPAND, &value.type, data, &size);
+    };
+    if (get(nullptr) != ERROR_SUCCESS) {
         return std::nullopt;
     }
+    value.data.resize(size);
+    if (get(value.data.data()) != ERROR_SUCCESS) {
+        return std::nullopt;
+    }
+    value.data.resize(size);
     return value;
 }
 

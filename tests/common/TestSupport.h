@@ -54,11 +54,10 @@ bool KeyExists(HKEY root, const std::wstring& subKey);
 void CreateKey(HKEY root, const std::wstring& subKey);
 void DeleteTree(HKEY root, const std::wstring& subKey);
 void DeleteValue(HKEY root, const std::wstring& subKey, const std::wstring& name);
+void SetValue(HKEY root, const std::wstring& subKey, const std::wstring& name, DWORD type,
+              const std::vector<std::uint8_t>& data);
 void SetString(HKEY root, const std::wstring& subKey, const std::wstring& name,
                const std::wstring& data, DWORD type = REG_SZ);
-void SetBinary(HKEY root, const std::wstring& subKey, const std::wstring& name,
-               const std::vector<std::uint8_t>& data);
-void SetDword(HKEY root, const std::wstring& subKey, const std::wstring& name, DWORD data);
 struct RegValue {
     DWORD type = REG_NONE;
     std::vector<std::uint8_t> data;

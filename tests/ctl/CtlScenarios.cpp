@@ -63,7 +63,6 @@ std::vector<Scenario> Rows()
                     {Mgctl(L"disable e2eDrift", 0, {Off(Hkcu, L"e2eDrift"), Saved("user/Disabled", L"e2eDrift")}),
                      Mgctl(L"list --json", 0, {Json(driftId, {{"drift", "false"}}), SwitchedBackOn(Hkcu, L"e2eDrift", drift)}),
                      Mgctl(L"list --json", 0, {Json(driftId, {{"drift", "true"}, {"state", "\"disabled\""}})}),
-                     Logon(L"/checkcrtuser", 0, {Off(Hkcu, L"e2eDrift"), SwitchedBackOn(Hkcu, L"e2eDrift", drift)}),
                      Mgctl(L"disable e2eDrift", 0, {Out(L"switched itself back on"), Off(Hkcu, L"e2eDrift"),
                                                     Saved("user/Disabled", L"e2eDrift")}),
                      Mgctl(L"disable e2eDrift", 0, {Out(L"already disabled"), Saved("user/Disabled", L"e2eDrift")}),

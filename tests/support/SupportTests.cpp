@@ -235,21 +235,20 @@ TEST_F(SupportFolder, TestCrashEndsMorrowgateOnlyWhenEnabledAndAfterItsDelay)
     // The crash thread races the launcher, which would be done within milliseconds; a logging
     // library slow to start holds it back right after the test crash was armed.
     Prepare({L"qmtrace.dll=", L"DOUBLE_LOGINIT_DELAY_MS=3000", L"DOUBLE_ITEM_400=" + m_install});
-    const std::wstring parent = L"Software\\Quillmark", crashSwitch = parent + L"\\InternalCrashEnabled",
+    const std::wstring crashSwitch = L"Software\\Quillmark\\InternalCrashEnabled",
                        launch = L"Morrowgate.exe\" \"/checkuser:" + m_dir.Path() + L"\" #crash#700#";
     DeleteTree(HKEY_LOCAL_MACHINE, crashSwitch);  // a run that was cut short may have left it
     EXPECT_EQ(Run(launch), 0u) << "no InternalCrashEnabled key";
     const std::string first = kQueries + kEnabled + "load qmtrace.dll\nLogInit\n";
     EXPECT_EQ(Record().substr(0, first.size()), first) << "the crash handler is installed first thing, before logging";
 
-    const bool parentExisted = KeyExists(HKEY_LOCAL_MACHINE, parent);
     CreateKey(HKEY_LOCAL_MACHINE, crashSwitch);
     const DWORD start = GetTickCount();
     EXPECT_EQ(Run(launch), 0xC0000005u);
     const DWORD elapsed = GetTickCount() - start;
     EXPECT_TRUE(elapsed >= 700 && elapsed < 3000) << elapsed << " ms: ended by the crash, after its delay";
     EXPECT_NE(Record().find("\ncaught 0xc0000005\n"), std::string::npos) << "by the installed handler";
-    DeleteTree(HKEY_LOCAL_MACHINE, parentExisted ? crashSwitch : parent);
+    DeleteTree(HKEY_LOCAL_MACHINE, crashSwitch);
 }
 
 TEST(CrashArgument, OnlyAWellFormedFirstOccurrenceCounts)
