@@ -14,7 +14,6 @@
 #include <gtest/gtest.h>
 #include <shlobj.h>
 
-
 using namespace testing_support;
 using actions::Win8StartupItem;
 using Bytes = std::vector<std::uint8_t>;
@@ -163,7 +162,7 @@ TEST(StoreAppTasks, StateChangesAndTheirRecords)
     EXPECT_EQ(tasks.Check(*Item(L"AppTask", dir.Path(), dir / L"gone.exe")), 31);
     // An empty task key would name HKEY_CLASSES_ROOT itself: refused before the registry is asked.
     DWORD state = 7;
-    DeleteValue(HKEY_CLASSES_ROOT, L"", L"State");  // what a faulty build may have left there
+    RegDeleteKeyValueW(HKEY_CLASSES_ROOT, nullptr, L"State");  // what a faulty build may have left there
     EXPECT_EQ(actions::MicrosoftStoreStartupItem::GetItemRegValue(HKEY_CLASSES_ROOT, L"", state), 31u);
     EXPECT_EQ(actions::MicrosoftStoreStartupItem::SetItemRegValue(HKEY_CLASSES_ROOT, L"", 1), 31u);
     EXPECT_FALSE(ReadValue(HKEY_CLASSES_ROOT, L"", L"State").has_value());

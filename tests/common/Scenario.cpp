@@ -27,27 +27,6 @@ constexpr wchar_t kApproved[] = L"Software\\Microsoft\\Windows\\CurrentVersion\\
 constexpr wchar_t kTasks[] = L"Software\\Classes\\Local Settings\\Software\\Microsoft\\Windows\\CurrentVersion\\"
                              L"AppModel\\SystemAppData\\e2ePackage";
 
-std::wstring UserStore()
-{
-    wchar_t appData[MAX_PATH] = {};
-    SHGetSpecialFolderPathW(nullptr, appData, CSIDL_APPDATA, FALSE);
-    return JoinPath(appData, L"Quillmark\\Dawnstep\\Storage.json");
-}
-
-// The programs under test see this process's generation while the rows run.
-struct Programs {
-    std::wstring store = UserStore();
-
-    Programs()
-    {
-        for (const wchar_t* program : {L"Morrowgate.exe", L"mgctl.exe"}) {
-            SetString(HKEY_CURRENT_USER, std::wstring(L"Software\\Wine\\AppDefaults\\") + program, L"Version",
-                      IsWindows8OrGreater() ? L"win10" : L"win7");
-        }
-        CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
-    }
-};
-
 bool IsFolder(Location where) { return where == UserStartup || where == CommonStartup; }
 HKEY RootOf(Location where) { return where == Hkcu || where == UserStartup ? HKEY_CURRENT_USER : HKEY_LOCAL_MACHINE; }
 std::wstring RunKeyOf(Location key)
@@ -131,7 +110,7 @@ void Clear(const std::wstring& store)
         RemoveFilesNamedE2e(JoinPath(folder, L"QmBkpFolder"));
     }
     DeleteTree(HKEY_LOCAL_MACHINE, kTasks);
-    DeleteValue(HKEY_CURRENT_USER, kRunPath, L"Morrowgate");
+    RegDeleteKeyValueW(HKEY_CURRENT_USER, kRunPath, L"Morrowgate");
     RemoveTree(store);
 }
 
@@ -186,12 +165,22 @@ Fact Contains(std::wstring Context::*file, std::wstring text)
 
 void Execute(const Scenario& row)
 {
-    static Programs programs;
+    // Once: the programs under test see this process's generation, and shortcuts can be made.
+    static const std::wstring store = [] {
+        for (const wchar_t* program : {L"Morrowgate.exe", L"mgctl.exe"}) {
+            SetString(HKEY_CURRENT_USER, std::wstring(L"Software\\Wine\\AppDefaults\\") + program, L"Version",
+                      IsWindows8OrGreater() ? L"win10" : L"win7");
+        }
+        CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
+        wchar_t appData[MAX_PATH] = {};
+        SHGetSpecialFolderPathW(nullptr, appData, CSIDL_APPDATA, FALSE);
+        return JoinPath(appData, L"Quillmark\\Dawnstep\\Storage.json");
+    }();
     TempDir scratch;
     const std::wstring bin = ProgramFolder();
     Context context{IsWindows8OrGreater(), JoinPath(bin, L"Morrowgate.exe"), JoinPath(bin, L"mgctl.exe"),
                     scratch / L"run.log", scratch / L"started.txt", scratch / L"out.txt", scratch / L"err.txt",
-                    programs.store, {}, {}};
+                    store, {}, {}};
     Clear(context.store);
     for (const Fact& fact : row.before) {
         fact(context);
@@ -466,7 +455,7 @@ Fact Json(std::wstring id, std::vector<std::pair<std::string, std::string>> fiel
             if (entry.get("id").to_str() == Utf8(id)) {
                 for (const auto& [field, json] : fields) {
                     picojson::value expected;
-                    picojson::parse(expected, json);  // written as picojson writes it
+                    picojson::parse(expected, json);  // picojson writes "/" as "\/"
                     EXPECT_EQ(entry.get(field).serialize(), expected.serialize()) << Utf8(id) << " " << field;
                 }
                 return;

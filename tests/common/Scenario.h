@@ -53,14 +53,8 @@ inline void PrintTo(const Scenario& row, std::ostream* out)
     *out << row.name;
 }
 
-inline Run Mgctl(std::wstring arguments, DWORD exitCode, std::vector<Fact> after = {})
-{
-    return {false, std::move(arguments), exitCode, std::move(after)};
-}
-inline Run Logon(std::wstring arguments, DWORD exitCode, std::vector<Fact> after = {})
-{
-    return {true, std::move(arguments), exitCode, std::move(after)};
-}
+inline Run Mgctl(std::wstring arguments, DWORD exitCode, std::vector<Fact> after = {}) { return {false, arguments, exitCode, after}; }
+inline Run Logon(std::wstring arguments, DWORD exitCode, std::vector<Fact> after = {}) { return {true, arguments, exitCode, after}; }
 
 // Runs one row in a fresh world and clears it again; the process must see the row's generation.
 void Execute(const Scenario& row);

@@ -11,10 +11,7 @@ namespace testing_support {
 
 std::wstring JoinPath(const std::wstring& folder, const std::wstring& name)
 {
-    if (!folder.empty() && folder.back() == L'\\') {
-        return folder + name;
-    }
-    return folder + L"\\" + name;
+    return folder + (!folder.empty() && folder.back() == L'\\' ? L"" : L"\\") + name;
 }
 
 TempDir::TempDir()
@@ -74,14 +71,6 @@ void DeleteTree(HKEY root, const std::wstring& subKey)
 {
     RegDeleteTreeW(root, subKey.c_str());
     RegDeleteKeyW(root, subKey.c_str());
-}
-
-void DeleteValue(HKEY root, const std::wstring& subKey, const std::wstring& name)
-{
-    support::UniqueHKey key;
-    if (support::OpenKey(root, subKey.c_str(), KEY_SET_VALUE, key) == ERROR_SUCCESS) {
-        RegDeleteValueW(key.get(), name.c_str());
-    }
 }
 
 void SetValue(HKEY root, const std::wstring& subKey, const std::wstring& name, DWORD type,

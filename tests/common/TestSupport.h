@@ -53,7 +53,6 @@ private:
 bool KeyExists(HKEY root, const std::wstring& subKey);
 void CreateKey(HKEY root, const std::wstring& subKey);
 void DeleteTree(HKEY root, const std::wstring& subKey);
-void DeleteValue(HKEY root, const std::wstring& subKey, const std::wstring& name);
 void SetValue(HKEY root, const std::wstring& subKey, const std::wstring& name, DWORD type,
               const std::vector<std::uint8_t>& data);
 void SetString(HKEY root, const std::wstring& subKey, const std::wstring& name,

@@ -38,9 +38,8 @@ Fact RunsWithoutTheLogLibrary()
     return [](Context& context) {
         CreateDirectoryW(L"C:\\e2eLonely", nullptr);
         ASSERT_TRUE(CopyFileW(context.launcher.c_str(), L"C:\\e2eLonely\\Morrowgate.exe", FALSE));
-        testing_support::ChildOptions options;
-        options.environment = {L"QMTRACE_LOG=C:\\e2eLonely\\run.log"};
-        EXPECT_EQ(testing_support::RunChild(L"C:\\e2eLonely\\Morrowgate.exe /restore", options), std::optional<DWORD>(0));
+        EXPECT_EQ(testing_support::RunChild(L"C:\\e2eLonely\\Morrowgate.exe /restore", {{L"QMTRACE_LOG=C:\\e2eLonely\\run.log"}}),
+                  std::optional<DWORD>(0));
         EXPECT_FALSE(testing_support::FileExists(L"C:\\e2eLonely\\run.log"));
     };
 }

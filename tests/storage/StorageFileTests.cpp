@@ -19,23 +19,6 @@ StartupItem Item(const std::wstring& name, const std::wstring& path, bool isUser
     return StartupItem{name, path, backup, L"c", isUser, changed};
 }
 
-SharedStartupItemList Shared(const std::vector<StartupItem>& items)
-{
-    SharedStartupItemList list;
-    for (const StartupItem& item : items) list.push_back(std::make_shared<StartupItem>(item));
-    return list;
-}
-
-// Name|Path|BkpPath|Cmd|scope|ChangedTime
-std::vector<std::wstring> Rows(const StartupItemList& items)
-{
-    std::vector<std::wstring> rows;
-    for (const StartupItem& item : items)
-        rows.push_back(item.Name + L"|" + item.Path + L"|" + item.BkpPath + L"|" + item.Cmd +
-                       (item.IsUser ? L"|u|" : L"|s|") + std::to_wstring(item.ChangedTime));
-    return rows;
-}
-
 // The tables write JSON with ' for " to stay short.
 std::optional<std::string> Quoted(std::optional<std::string> text)
 {
@@ -153,13 +136,18 @@ TEST(StorageFile, EachOperationLeavesExactlyTheseBytes)
                                                                          nullptr, OPEN_EXISTING, 0, nullptr)
                                                            : nullptr);
         StartupItemList loaded{Item(L"kept", L"", false)};
-        const SharedStartupItemList items = Shared(change.items);
+        SharedStartupItemList items;
+        for (const StartupItem& item : change.items) items.push_back(std::make_shared<StartupItem>(item));
         EXPECT_EQ(change.op == Op::Load   ? store.LoadStartupItems("Delayed", loaded)
                   : change.op == Op::Save ? store.SaveStartupItems(items, "Delayed")
                                           : store.RemoveStartupItems(items, "Delayed"),
                   change.code);
         reader.reset();
-        EXPECT_EQ(Rows(loaded), change.loaded);
+        std::vector<std::wstring> rows;  // Name|Path|BkpPath|Cmd|scope|ChangedTime
+        for (const StartupItem& item : loaded)
+            rows.push_back(item.Name + L"|" + item.Path + L"|" + item.BkpPath + L"|" + item.Cmd + (item.IsUser ? L"|u|" : L"|s|") +
+                           std::to_wstring(item.ChangedTime));
+        EXPECT_EQ(rows, change.loaded);
         // Compared without printing both sides: some of the files are megabytes long.
         const std::optional<std::string> after = ReadFileBytes(file);
         EXPECT_TRUE(after == Quoted(change.after)) << "the file holds " << after.value_or("<missing>").substr(0, 400);

@@ -162,9 +162,7 @@ const std::string kCreated = "load qmsvccfg.dll\nQmCreateObject productinfo\n", 
 const std::string kQueries = kOpened + "GetString 400 Desktop\n" + kClosed + kOpened + "GetString 202 Desktop\n" + kClosed;
 const std::string kEnabled = "load qmcrash.dll\nEnableCrashHandler 0 0 norestart\n";
 
-using SupportProbe = SupportFolder;
-
-TEST_F(SupportProbe, ScenariosSeenByTheSuiteLibraries)
+TEST_F(SupportFolder, ScenariosSeenByTheSuiteLibraries)
 {
     constexpr DWORD kMisuse = 0xC0000420, kEnableResult = 0x80001234, kFail = 0x80004005 /* E_FAIL */;
     const std::string called = kOpened + "GetString 202 Desktop\n", loadedOnly = "load qmsvccfg.dll\nunload qmsvccfg.dll\n";
