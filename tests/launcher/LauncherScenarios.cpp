@@ -1,8 +1,7 @@
 // Morrowgate.exe end to end, under the Windows generation this program sees: the logon run, the
 // restore and the check against the user's real store, Run values, StartupApproved values and
-// Startup folder, with the saved items written as the suite writes them; the choice of mode and
-// of the store's folder; and the switches themselves.
-#include "launcher/CommandLine.h"
+// Startup folder, with the saved items written as the suite writes them; and the choice of mode
+// and of the store's folder by the switches.
 #include "tests/common/Scenario.h"
 #include "tests/common/TestSupport.h"
 
@@ -147,11 +146,18 @@ std::vector<Scenario> Rows()
                      Logon(L"/checkuser:C:\\e2eUser", 0, Ran("CHECK USER", {Off(Hkcu, L"e2eOther"), StoreIs("")})),
                      Logon(L"/checkuser:C:\\e2eUser\\ /checkcrtuser", 0,
                            Ran("CHECK CRT USER", {Logged("storage=C:\\e2eUser\\Quillmark\\Dawnstep\\Storage.json")}))}});
+    // A switch is a case-sensitive prefix; the later "/time:" or "/checkuser:" wins, and a time
+    // bound saturates instead of wrapping.
     rows.push_back({"ModesArePickedByPriorityWhateverTheOrder", Both, {},
                     {Logon(L"/checkcrtuser /restore", 0, Ran("RESTORE")), Logon(L"/restore /checkcrtuser", 0, Ran("RESTORE")),
+                     Logon(L"/restoreX", 0, Ran("RESTORE")), Logon(L"/checkcrtuser -restore restore /check", 0, Ran("CHECK CRT USER")),
                      Logon(L"/checkuser:", 0, Ran("CHECK USER", {Logged("\\Quillmark\\Dawnstep\\Storage.json")})),
+                     Logon(L"\"/checkuser:C:\\e2e x y\" /checkuser:C:\\e2eB", 0, Ran("CHECK USER", {Logged("storage=C:\\e2eB\\Quillmark")})),
+                     Logon(L"\"/checkuser:C:\\e2e x y\"", 0, {Logged("storage=C:\\e2e x y\\Quillmark")}),
                      Logon(L"/RESTORE /time:99999999999999999999", 0, Ran("START APPS", {Logged("time=9223372036854775807")})),
-                     Logon(L"", 0, Ran("START APPS", {Logged("cmd line="), Logged("time=0")}))}});
+                     Logon(L"/time:-99999999999999999999", 0, {Logged("time=-9223372036854775808")}),
+                     Logon(L"/time:5 /time:-7x", 0, {Logged("time=-7")}),
+                     Logon(L"/time:abc", 0, Ran("START APPS", {Logged("cmd line=/time:abc"), Logged("time=0")}))}});
     rows.push_back({"BadFoldersAndHugeArgumentsStillExitZero", Both, {RunsWithoutTheLogLibrary()},
                     {Logon(L"/checkuser:C:\\e2eUser\\one\\two", 0, {Exists(L"C:\\e2eUser\\one\\two\\Quillmark\\Dawnstep"),
                                                                    [](Context&) { testing_support::WriteFileBytes(L"C:\\e2eUser\\blocker", "x"); }}),
@@ -162,23 +168,5 @@ std::vector<Scenario> Rows()
 }
 
 MORROWGATE_SCENARIO_ROWS(Launcher, Rows());
-
-// The switches, read without starting anything: a prefix test per switch, case-sensitive, the
-// later "/time:" or "/checkuser:" wins, and a time bound saturates instead of wrapping.
-TEST(Switches, SetExactlyTheirSettings)
-{
-    const std::pair<const wchar_t*, std::wstring> cases[] = {
-        {L"/restoreX /RESTORE", L"restore time=0"}, {L"/time:abc", L"time=0"}, {L"/time:5 /time:-7x", L"time=-7"},
-        {L"/time:-99999999999999999999", L"time=-9223372036854775808"},
-        {L"/checkcrtuser -restore restore /check", L"time=0 checkcrtuser"},
-        {L"\"/checkuser:D:\\x y\" /checkuser:C:\\b", L"time=0 checkuser:C:\\b"}, {L"\"/checkuser:D:\\x y\"", L"time=0 checkuser:D:\\x y"}};
-    for (const auto& [commandLine, expected] : cases) {
-        const auto settings = launcher::ParseCommandLine(commandLine);
-        EXPECT_EQ((settings.restore ? L"restore " : L"") + (L"time=" + std::to_wstring(settings.timeLimit)) +
-                      (settings.checkCurrentUser ? L" checkcrtuser" : L"") +
-                      (settings.checkUser ? L" checkuser:" + settings.userFolder : settings.userFolder),
-                  expected) << Utf8(commandLine);
-    }
-}
 
 } // namespace
