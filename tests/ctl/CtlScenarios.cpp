@@ -82,7 +82,8 @@ std::vector<Scenario> Rows()
                      Mgctl(L"frobnicate", 2), Mgctl(L"delay", 2), Mgctl(L"plan --time soon", 2),
                      Mgctl(L"enable --help", 0, {Out(L"usage: mgctl enable")})}});
     rows.push_back({"OnlyStartableProgramsCanBeDelayed", Both, {File(UserStartup, L"e2eNotes.txt", "notes")},
-                    {Mgctl(L"delay e2eNotes.txt", 1, {Err(L"mgctl disable"), On(UserStartup, L"e2eNotes.txt")}),
+                    {Mgctl(L"list --json", 0, {Json(L"Startup\\e2eNotes.txt", {{"state", "\"enabled\""}})}),
+                     Mgctl(L"delay e2eNotes.txt", 1, {Err(L"mgctl disable"), On(UserStartup, L"e2eNotes.txt")}),
                      Mgctl(L"disable e2eNotes.txt", 0, {Saved("user/StartupDisabled", L"e2eNotes.txt")}),
                      Mgctl(L"enable Startup\\e2eNotes.txt", 0, {On(UserStartup, L"e2eNotes.txt"), NotSaved(L"e2eNotes.txt")})}});
     // Saved by the suite long ago: change times 100 and 200, and one program gone.
@@ -101,12 +102,12 @@ std::vector<Scenario> Rows()
     // An item whose Run key is gone cannot be put back: it stays saved, and the launcher stays registered.
     rows.push_back({"UninstallPutsEverythingBackFirst", Both,
                     {RunValue(Hkcu, L"e2eBack", drift),
-                     Store({{"user/Disabled", "e2eLost", "x.exe", "HKEY_CURRENT_USER\\Software\\e2eGone\\Run", 1}})},
+                     Store({{"user/Disabled", "e2eLost", "C:\\e2e\\gone.exe", "HKEY_CURRENT_USER\\Software\\e2eGone\\Run", 1}})},
                     {Mgctl(L"install", 0, {LauncherRegistered(true)}), Mgctl(L"delay e2eBack", 0),
                      Mgctl(L"uninstall", 1, {Err(L"e2eLost"), LauncherRegistered(true), Saved("user/Disabled", L"e2eLost"),
                                              NotSaved(L"e2eBack"), On(Hkcu, L"e2eBack", drift)}),
                      Mgctl(L"enable e2eLost", 1, {Saved("user/Disabled", L"e2eLost")}),
-                     Mgctl(L"list --json", 0, {Json(L"HKEY_CURRENT_USER\\Software\\e2eGone\\Run\\e2eLost", {{"state", "\"disabled\""}})}),
+                     Mgctl(L"list --json", 0, {Json(L"HKEY_CURRENT_USER\\Software\\e2eGone\\Run\\e2eLost", {{"state", "\"disabled\""}, {"target_exists", "false"}})}),
                      Mgctl(L"install", 0, {Store({})}), Mgctl(L"uninstall", 0, {LauncherRegistered(false)})}});
     // Unelevated, the user may not write below HKEY_LOCAL_MACHINE; a deny entry on the key shows it.
     rows.push_back({"SystemEntriesNeedAnElevatedPrompt", Win7,

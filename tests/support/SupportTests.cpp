@@ -246,6 +246,7 @@ TEST_F(SupportFolder, TestCrashEndsMorrowgateOnlyWhenEnabledAndAfterItsDelay)
     const DWORD elapsed = GetTickCount() - start;
     EXPECT_TRUE(elapsed >= 700 && elapsed < 3000) << elapsed << " ms: ended by the crash, after its delay";
     EXPECT_NE(Record().find("\ncaught 0xc0000005\n"), std::string::npos) << "by the installed handler";
+    EXPECT_EQ(Run(L"Morrowgate.exe\" \"/checkuser:" + m_dir.Path() + L"\" #crash#0#"), 0xC0000005u) << "at once";
     DeleteTree(HKEY_LOCAL_MACHINE, crashSwitch);
 }
 
