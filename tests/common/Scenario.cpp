@@ -12,7 +12,6 @@
 
 #include <algorithm>
 #include <sstream>
-#include <versionhelpers.h>
 
 using namespace testing_support;
 
@@ -105,10 +104,11 @@ void Clear(const std::wstring& store)
         }
         DeleteValuesNamedE2e(RootOf(where), ApprovedKey(where));
     }
-    for (const std::wstring& folder : {FolderOf(UserStartup), FolderOf(CommonStartup), std::wstring(L"C:\\")}) {
-        RemoveFilesNamedE2e(folder);
-        RemoveFilesNamedE2e(JoinPath(folder, L"QmBkpFolder"));
+    for (Location folder : {UserStartup, CommonStartup}) {
+        RemoveFilesNamedE2e(FolderOf(folder));
+        RemoveFilesNamedE2e(JoinPath(FolderOf(folder), L"QmBkpFolder"));
     }
+    RemoveFilesNamedE2e(L"C:\\");
     DeleteTree(HKEY_LOCAL_MACHINE, kTasks);
     RegDeleteKeyValueW(HKEY_CURRENT_USER, kRunPath, L"Morrowgate");
     RemoveTree(store);
@@ -264,9 +264,8 @@ Fact Store(std::vector<StoredItem> items)
         picojson::object& sections = scope.get<picojson::object>();
         picojson::value& list = sections.emplace(item.where.substr(slash + 1), picojson::array()).first->second;
         list.get<picojson::array>().emplace_back(picojson::object{
-            {"Name", picojson::value(item.name)}, {"Cmd", picojson::value(item.command)},
-            {"Path", picojson::value(item.path)},
-            {"ChangedTime", picojson::value(item.changedTime)}, {"BkpPath", picojson::value(item.backup)}});
+            {"Name", picojson::value(item.name)}, {"Cmd", picojson::value(item.command)}, {"Path", picojson::value(item.path)},
+            {"BkpPath", picojson::value(item.backup)}, {"ChangedTime", picojson::value(item.changedTime)}});
     }
     return StoreBytes(picojson::value(document).serialize());
 }
@@ -291,7 +290,9 @@ Fact StoreIsAFolder()
 }
 Fact Task(std::wstring task, std::uint8_t state)
 {
-    return [=](Context&) { SetValue(HKEY_LOCAL_MACHINE, std::wstring(kTasks) + L"\\" + task, L"State", REG_DWORD, {state, 0, 0, 0}); };
+    return [=](Context&) {
+        SetValue(HKEY_LOCAL_MACHINE, std::wstring(kTasks) + L"\\" + task, L"State", REG_DWORD, {state, 0, 0, 0});
+    };
 }
 
 Fact DenyWrites(HKEY root, std::wstring key)

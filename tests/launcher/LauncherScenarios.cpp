@@ -45,7 +45,8 @@ Fact RunsWithoutTheLogLibrary()
 
 std::vector<Scenario> Rows()
 {
-    const std::string startup = Utf8(FolderOf(UserStartup));
+    const std::wstring userStartup = FolderOf(UserStartup);
+    const std::string startup = Utf8(userStartup);
     std::vector<Scenario> rows;
     rows.push_back({"LogonRunStartsWhatIsWithinTheTimeLimitInOrder", Both,
                     {Store({{"user/Delayed", "e2eEarly", Rec(L"early"), kRun, 999}, {"user/Delayed", "e2eEdge", Rec(L"edge"), kRun, 1000},
@@ -122,15 +123,15 @@ std::vector<Scenario> Rows()
                     {Logon(L"", 0, {[](Context& context) {
                          Started(context.windows10 ? std::vector<std::string>{"nobackup"} : std::vector<std::string>{"nolink", "novalue"})(context);
                      }})}});
-    const std::wstring backup = JoinPath(FolderOf(UserStartup), L"QmBkpFolder");
+    const std::wstring backup = JoinPath(userStartup, L"QmBkpFolder");
     const auto attributes = [](std::wstring path, DWORD mask, DWORD set) {
         return [=](Context&) { EXPECT_EQ(GetFileAttributesW(path.c_str()) & mask, set) << Utf8(path); };
     };
     rows.push_back({"StartupFilesMoveToAHiddenBackupAndBack", Win7,
                     {[backup](Context&) { testing_support::RemoveTree(backup); }, File(UserStartup, L"e2eTool.exe", "tool"),
                      File(UserStartup, L"e2eReadOnly.lnk", "ro"),
-                     [](Context&) { SetFileAttributesW(JoinPath(FolderOf(UserStartup), L"e2eReadOnly.lnk").c_str(), FILE_ATTRIBUTE_READONLY); },
-                     Store({{"user/StartupDelayed", "e2eTool.exe", Utf8(JoinPath(FolderOf(UserStartup), L"e2eTool.exe")), startup, 1},
+                     [userStartup](Context&) { SetFileAttributesW(JoinPath(userStartup, L"e2eReadOnly.lnk").c_str(), FILE_ATTRIBUTE_READONLY); },
+                     Store({{"user/StartupDelayed", "e2eTool.exe", Utf8(JoinPath(userStartup, L"e2eTool.exe")), startup, 1},
                             {"user/StartupDelayed", "e2eReadOnly.lnk", "x", startup, 1}, {"user/StartupDelayed", "e2eLost.lnk", "x", startup, 1}})},
                     {Logon(L"/checkcrtuser", 0,
                            {Off(UserStartup, L"e2eTool.exe"), Off(UserStartup, L"e2eReadOnly.lnk"),
@@ -138,9 +139,9 @@ std::vector<Scenario> Rows()
                             attributes(backup + L"\\e2eReadOnly.lnk", FILE_ATTRIBUTE_READONLY, 0), File(UserStartup, L"e2eTool.exe", "reappeared")}),
                      Logon(L"/restore", 0,
                            {On(UserStartup, L"e2eTool.exe"), On(UserStartup, L"e2eReadOnly.lnk"), StoreIs(R"({"user":{"StartupDelayed":[],"StartupDisabled":null}})"),
-                            [](Context&) { EXPECT_EQ(testing_support::ReadFileBytes(JoinPath(FolderOf(UserStartup), L"e2eTool.exe")), "tool"); },
+                            [userStartup](Context&) { EXPECT_EQ(testing_support::ReadFileBytes(JoinPath(userStartup, L"e2eTool.exe")), "tool"); },
                             Logged("FAILED MoveFile(" + Utf8(backup + L"\\e2eLost.lnk") + ", " +
-                                   Utf8(JoinPath(FolderOf(UserStartup), L"e2eLost.lnk")) + ")")})}});
+                                   Utf8(JoinPath(userStartup, L"e2eLost.lnk")) + ")")})}});
     rows.push_back({"CheckUserReadsTheStoreOfTheGivenFolder", Both, {RunValue(Hkcu, L"e2eOther", back)},
                     {Mgctl(L"--store C:\\e2eUser disable e2eOther", 0, {SwitchedBackOn(Hkcu, L"e2eOther", back)}),
                      Logon(L"/checkuser:C:\\e2eUser", 0, Ran("CHECK USER", {Off(Hkcu, L"e2eOther"), StoreIs("")})),
